@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# ./ombrix.sh suite   set up, build, and run the verification suite UnitTestCoreDll
+# ./ombrix.sh test    set up, build, and run every test through ctest
+#
+# Set-up is idempotent: missing Debian packages are installed (as root; otherwise they are named
+# and the script stops), the project is configured and built in ./build, and the build lays out
+# build/UnitTestData. Extra CMake arguments may be given in OMBRIX_CMAKE_ARGS.
+set -euo pipefail
+
+cd "$(dirname "${BASH_SOURCE[0]}")"
+here=$(pwd)
+build="$here/build"
+mode=${1:-}
+case "$mode" in
+  suite|test) ;;
+  *) echo "usage: $0 suite|test" >&2; exit 2 ;;
+esac
+
+packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev)
+missing=()
+for p in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  if [[ $(id -u) -ne 0 ]]; then
+    echo "Missing Debian packages: ${missing[*]}" >&2
+    echo "Install them as root: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  echo "Installing missing Debian packages: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+jobs=$(nproc 2>/dev/null || echo 2)
+# shellcheck disable=SC2086
+cmake -S "$here" -B "$build" -DCMAKE_BUILD_TYPE=Release ${OMBRIX_CMAKE_ARGS:-}
+cmake --build "$build" --parallel "$jobs"
+
+if [[ "$mode" == suite ]]; then
+  cd "$build/x64/Release/UnitTestCoreDll"
+  exec ./UnitTestCoreDll
+else
+  exec ctest --test-dir "$build" --output-on-failure --parallel "$jobs"
+fi
