@@ -1,0 +1,196 @@
+// Binary contract between the host and the processing plug-in library: the plug-in object's
+// virtual operations in table order, the records passed across, and the "GetInstance" entry that
+// makes an object. Host and plug-in must be built against the same OpenCV and standard library.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <string>
+#include <vector>
+
+// Logger owned by the host and shared with plug-ins. The host hands plug-ins an empty pointer, so
+// no operation beyond destruction is part of the contract.
+class ILogger {
+ public:
+  virtual ~ILogger() = default;
+};
+
+// Acquisition plug-in: a factory slot exists for it, its operations are defined by that plug-in.
+class IOmbrixAcquisition {
+ public:
+  virtual ~IOmbrixAcquisition() = default;
+};
+
+// One frame handed to the plug-in together with its exposure time in seconds.
+struct ExposedImage {
+  cv::Mat image;
+  float exposure = 0.0f;
+};
+
+// Parameters of the detection algorithm. The layout is part of the binary contract (36 bytes,
+// natural alignment); the values the host uses are given per field.
+struct AlgoParameters {
+  // 3: disc radius of the outlier filter, pixels.
+  std::int32_t cosmicRayRadius;
+  // 100: outlier threshold above the local median.
+  std::int32_t cosmicRayThreshold;
+  // 2: Gaussian sigma of the background smoothing.
+  std::int32_t smoothingSigma;
+  // 1000: largest accepted object area, pixels (2 padding bytes follow).
+  std::uint16_t maxObjectArea;
+  // 2: smallest accepted object radius, pixels.
+  std::int32_t minObjectRadius;
+  // 3.2: detection threshold in units of the background noise.
+  float thresholdFactor;
+  // 800: weakest peak a control object must reach.
+  std::int32_t minControlPeak;
+  // 0x00050046: high half the border margin in pixels (5), low half the minimum circularity in
+  // percent (70).
+  std::uint32_t marginAndCircularity;
+  // true for nominal runs, false for control runs (3 padding bytes follow).
+  bool nominalMode;
+
+  static constexpr std::uint32_t PackMarginAndCircularity(std::uint16_t borderMargin,
+                                                          std::uint16_t minCircularityPercent) {
+    return (static_cast<std::uint32_t>(borderMargin) << 16) | minCircularityPercent;
+  }
+  constexpr std::uint16_t BorderMargin() const {
+    return static_cast<std::uint16_t>(marginAndCircularity >> 16);
+  }
+  constexpr std::uint16_t MinCircularityPercent() const {
+    return static_cast<std::uint16_t>(marginAndCircularity & 0xFFFFu);
+  }
+};
+
+static_assert(sizeof(AlgoParameters) == 36, "AlgoParameters is 36 bytes across the boundary");
+static_assert(alignof(AlgoParameters) == 4, "AlgoParameters uses 4-byte natural alignment");
+static_assert(offsetof(AlgoParameters, cosmicRayRadius) == 0, "AlgoParameters field 1");
+static_assert(offsetof(AlgoParameters, cosmicRayThreshold) == 4, "AlgoParameters field 2");
+static_assert(offsetof(AlgoParameters, smoothingSigma) == 8, "AlgoParameters field 3");
+static_assert(offsetof(AlgoParameters, maxObjectArea) == 12, "AlgoParameters field 4");
+static_assert(offsetof(AlgoParameters, minObjectRadius) == 16, "AlgoParameters field 5");
+static_assert(offsetof(AlgoParameters, thresholdFactor) == 20, "AlgoParameters field 6");
+static_assert(offsetof(AlgoParameters, minControlPeak) == 24, "AlgoParameters field 7");
+static_assert(offsetof(AlgoParameters, marginAndCircularity) == 28, "AlgoParameters field 8");
+static_assert(offsetof(AlgoParameters, nominalMode) == 32, "AlgoParameters field 9");
+
+// One detected object: 56 bytes of plain measurements the host never reads, then the object's
+// contour. Releasing a record releases only the contour.
+struct DetectedObject {
+  double centroidX = 0.0;  // intensity-weighted centre, pixels
+  double centroidY = 0.0;
+  double area = 0.0;         // pixels
+  double circularity = 0.0;  // 4*pi*area/perimeter^2
+  std::int32_t boxX = 0;     // bounding box
+  std::int32_t boxY = 0;
+  std::int32_t boxWidth = 0;
+  std::int32_t boxHeight = 0;
+  std::int32_t peak = 0;   // brightest sample above background
+  std::int32_t label = 0;  // index of the object in the label image
+  std::vector<cv::Point> contour;
+};
+
+static_assert(sizeof(cv::Point) == 8, "contour points are pairs of 32-bit integers");
+static_assert(offsetof(DetectedObject, contour) == 56, "56 leading plain-data bytes");
+#if INTPTR_MAX == INT64_MAX
+static_assert(sizeof(DetectedObject) == 80, "DetectedObject is 80 bytes on 64-bit targets");
+#endif
+
+// The processing plug-in object. The order of declaration is the order of the virtual table and
+// must never change: the host and the plug-in are compiled separately and meet only through the
+// table. Slot numbers in the comments count from the destructor at slot 0, which is how MSVC lays
+// out the table (one deleting-destructor entry). On the Itanium C++ ABI (GCC, Clang on POSIX) the
+// virtual destructor takes two entries (complete and deleting), so every later operation sits one
+// entry further; the declaration order keeps both layouts consistent with their own compilers.
+// Operations the host never calls are kept as reserved entries so that the numbering holds.
+class IOmbrixProcessing {
+ public:
+  virtual ~IOmbrixProcessing() = default;  // slot 0
+
+  virtual void Reserved01() = 0;  // slot 1
+  virtual void Reserved02() = 0;  // slot 2
+  virtual void Reserved03() = 0;  // slot 3
+  virtual void Reserved04() = 0;  // slot 4
+  virtual void Reserved05() = 0;  // slot 5
+  virtual void Reserved06() = 0;  // slot 6
+
+  // Slot 7: the long and short dark references; the third path is kept for a bias frame and
+  // is passed empty. False means the references are unusable.
+  virtual bool LoadDarkFrames(const std::string& longDarkPath, const std::string& shortDarkPath,
+                              const std::string& biasPath) = 0;
+
+  virtual void Reserved08() = 0;  // slot 8
+  virtual void Reserved09() = 0;  // slot 9
+  virtual void Reserved10() = 0;  // slot 10
+
+  // Slot 11: correction factor of the light source from the minimum of the processed frames.
+  virtual float ComputeLightSourceFactor(const cv::Mat& minimumImage) = 0;
+  // Slot 12: number of defects in the dark chamber; 0 or less means clean.
+  virtual int CountDarkChamberDefects(const cv::Mat& minimumImage) = 0;
+  // Slot 13: MTF figure of a target image as read from file.
+  virtual float ComputeMtf(const cv::Mat& targetImage) = 0;
+
+  virtual void Reserved14() = 0;  // slot 14
+
+  // Slot 15: selects the algorithm variant used by the next detection.
+  virtual void SetAlgorithmMode(int mode) = 0;
+
+  virtual void Reserved16() = 0;  // slot 16
+  virtual void Reserved17() = 0;  // slot 17
+
+  // Slot 18: starts a new frame.
+  virtual void BeginImage() = 0;
+  // Slot 19: hands one frame and its exposure to the plug-in.
+  virtual void PushImage(const ExposedImage& frame) = 0;
+  // Slot 20: processed form of the frame last pushed, owned by the caller.
+  virtual cv::Mat GetProcessedImage() = 0;
+
+  virtual void Reserved21() = 0;  // slot 21
+  virtual void Reserved22() = 0;  // slot 22
+  virtual void Reserved23() = 0;  // slot 23
+  virtual void Reserved24() = 0;  // slot 24
+  virtual void Reserved25() = 0;  // slot 25
+  virtual void Reserved26() = 0;  // slot 26
+
+  // Slot 27: detection parameters; the result says whether they were accepted (the host ignores
+  // it).
+  virtual bool SetAlgoParameters(const AlgoParameters& parameters) = 0;
+
+  virtual void Reserved28() = 0;  // slot 28
+
+  // Slot 29: detects objects in the frame last pushed. The two images receive diagnostic output.
+  virtual void DetectObjects(std::vector<DetectedObject>& objects, cv::Mat& labelImage,
+                             cv::Mat& overlayImage, int level, bool keepContours) = 0;
+
+  virtual void Reserved30() = 0;  // slot 30
+  virtual void Reserved31() = 0;  // slot 31
+
+  // Slot 32: pixel-wise minimum of the input images.
+  virtual void StackMinimum(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
+  // Slot 33: pixel-wise average of the input images (8-bit or 32-bit float stacks).
+  virtual void StackAverage(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
+};
+
+// Entry points a plug-in library exports under the undecorated name "GetInstance". The int selects
+// the plug-in variant (the host passes 0); the callee owns the logger copy it receives. The result
+// is a newly made object released through its virtual destructor, or null.
+using ProcessingFactoryFn = IOmbrixProcessing* (*)(int, std::shared_ptr<ILogger>);
+using AcquisitionFactoryFn = IOmbrixAcquisition* (*)(int, std::shared_ptr<ILogger>);
+
+// Export decoration for a plug-in library's entry. A plug-in defines OMBRIX_PLUGIN_EXPORTS when it
+// builds; the host only ever resolves the entry by name.
+#if defined(_WIN32)
+#if defined(OMBRIX_PLUGIN_EXPORTS)
+#define OMBRIX_PLUGIN_API __declspec(dllexport)
+#else
+#define OMBRIX_PLUGIN_API
+#endif
+#else
+#define OMBRIX_PLUGIN_API __attribute__((visibility("default")))
+#endif
+
+// The processing plug-in's entry, exported by name with C linkage.
+extern "C" OMBRIX_PLUGIN_API IOmbrixProcessing* GetInstance(int variant,
+                                                            std::shared_ptr<ILogger> logger);
