@@ -1,0 +1,116 @@
+// Spot detection on a dark-subtracted frame: cosmic-ray cleaning, Gaussian smoothing, a threshold
+// in units of the frame's robust noise, then size, shape, border and peak acceptance tests.
+// Detect accepts any non-empty single-channel image (the plug-in hands it 32-bit float frames).
+//
+// Meaning of the nine AlgoParameters fields (the host's values in brackets):
+//   1 cosmicRayRadius [3]      disc radius of the cosmic-ray step (CFilterCosmicRay); 0 disables
+//                              the step.
+//   2 cosmicRayThreshold [100] a sample more than this many ADU above the median of its disc is a
+//                              hit (cosmic ray, hot pixel) and takes the median's value.
+//   3 smoothingSigma [2]       sigma of the Gaussian smoothing (CGaussianBlur) that the threshold
+//                              is applied to; 0 thresholds the cleaned frame itself.
+//   4 maxObjectArea [1000]     largest accepted footprint, pixels.
+//   5 minObjectRadius [2]      smallest accepted equivalent radius sqrt(area / pi), pixels.
+//   6 thresholdFactor [3.2]    footprint threshold: the smoothed frame must exceed the background
+//                              by this many times the robust noise of the unsmoothed frame.
+//   7 minControlPeak [800]     control mode: the brightest sample of the footprint must exceed
+//                              the background by more than this many ADU.
+//   8 marginAndCircularity [0x00050046]  high half: border margin in pixels (no footprint pixel
+//                              may lie closer to the edge); low half: minimum circularity in
+//                              percent (4 pi area / perimeter^2 of the footprint's outer contour).
+//   9 nominalMode [true]       true: nominal mode, objects are whatever passes the statistical
+//                              threshold and the shape tests; false: control mode, which in
+//                              addition requires the absolute peak of field 7.
+//
+// Why the threshold uses the noise of the unsmoothed frame: the smoothing acts as a matched filter
+// for spots, and its output noise is several times below the per-sample noise, so a threshold of a
+// few per-sample sigmas sits far above the smoothed noise and a frame of pure noise yields no
+// object at all, while a spot concentrates its flux and stays well above it.
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <vector>
+
+#include "IOmbrixProcessing.h"
+
+class CSpotDetector {
+ public:
+  // Algorithm variants selected by SetMode.
+  enum Mode : int {
+    // Every connected footprint above the threshold is reported; no acceptance test is applied.
+    kModeSegmentation = 1,
+    // Footprints must pass the border, size, shape and (in control mode) peak tests.
+    kModeValidated = 2,
+  };
+
+  // Why a footprint was not accepted, tested in this order; the first failing test is recorded.
+  enum class Rejection : std::int32_t {
+    kNone = 0,
+    kBorder = 1,     // a pixel lies within the border margin
+    kTooLarge = 2,   // area above maxObjectArea
+    kTooSmall = 3,   // equivalent radius below minObjectRadius
+    kNotRound = 4,   // circularity below the minimum
+    kFaintPeak = 5,  // control mode only: peak not above minControlPeak
+  };
+
+  // One thresholded footprint with its measurements and its verdict.
+  struct Candidate {
+    DetectedObject object;  // label holds the candidate's index + 1 in the footprint image
+    Rejection rejection = Rejection::kNone;
+  };
+
+  // What Segment measured on the whole frame, kept for diagnostics and tests.
+  struct FrameStatistics {
+    double background = 0.0;  // median of the frame
+    double noise = 0.0;       // 1.4826 * median absolute deviation, at least 1/sqrt(12)
+    double threshold = 0.0;   // thresholdFactor * noise, above the background
+    int cosmicRayHits = 0;    // samples replaced by the cosmic-ray step
+  };
+
+  // Starts with the host's parameters in nominal mode and the validated variant.
+  CSpotDetector();
+  virtual ~CSpotDetector() = default;
+
+  // The host's parameter record: 3, 100, 2, 1000, 2, 3.2, 800, 0x00050046 and the given flag.
+  static AlgoParameters DefaultParameters(bool nominalMode = true);
+
+  // Takes the parameters when they make sense (non-negative radius, threshold, sigma at most 50,
+  // margin; positive area and finite positive factor; circularity at most 100 %) and returns true;
+  // otherwise returns false and keeps the previous ones.
+  bool Configure(const AlgoParameters& parameters);
+  const AlgoParameters& Parameters() const { return parameters_; }
+
+  // Selects kModeSegmentation or kModeValidated; any other value returns false and keeps the
+  // current mode.
+  bool SetMode(int mode);
+  int GetMode() const { return mode_; }
+
+  // Detects the spots of a dark-subtracted frame. objects is replaced by the accepted objects in
+  // raster order of their first pixel, each with centroid, area, circularity, bounding box, peak
+  // and its label, and with its outer contour when keepContours is true. outputLevel chooses the
+  // images: 0 none (both released), 1 the label image (CV_32S, 0 background, object i has label
+  // i + 1), 2 the label image and the mask (CV_8U, 255 on objects). Errors: cv::Exception
+  // StsBadArg for an empty or multi-channel frame, StsOutOfRange for another outputLevel.
+  void Detect(const cv::Mat& processed, std::vector<DetectedObject>& objects, cv::Mat& labels,
+              cv::Mat& mask, int outputLevel, bool keepContours) const;
+
+  // Every footprint above the threshold with its verdict under the current mode and parameters,
+  // in raster order; footprintLabels (CV_32S) receives label index + 1 for every candidate.
+  std::vector<Candidate> Segment(const cv::Mat& processed, cv::Mat& footprintLabels,
+                                 FrameStatistics* statistics = nullptr) const;
+
+  // Median and robust noise (1.4826 * MAD) of a single-channel float frame; exact order
+  // statistics (mean of the two middle values for an even count), so any platform gives the
+  // same numbers.
+  static void RobustStatistics(const cv::Mat& frame32f, double& median, double& noise);
+
+  // The cosmic-ray step: samples more than threshold above the median of their disc of the given
+  // radius take that median. Float in, float out; returns the number of replaced samples.
+  static int RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius, int threshold,
+                              cv::Mat& cleaned);
+
+ private:
+  AlgoParameters parameters_;
+  int mode_ = kModeValidated;
+};
