@@ -1,0 +1,285 @@
+#include "mtf/ContourFeatures.h"
+
+#include <algorithm>
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+namespace {
+
+constexpr double kPi = 3.141592653589793;
+
+// The box of the aspect-ratio and circularity features: the minimum-area rectangle for short
+// contours, the fitted ellipse's bounding box from 6 points on. Only its sides are used, so the
+// rectangle's angle convention does not matter here.
+cv::RotatedRect ShapeBox(const std::vector<cv::Point>& points) {
+  if (points.size() < 6) {
+    return cv::minAreaRect(points);
+  }
+  return cv::fitEllipse(points);
+}
+
+double AspectRatio(const std::vector<cv::Point>& points) {
+  if (points.size() < 3) {
+    return -1.0;
+  }
+  try {
+    const cv::Size2f size = ShapeBox(points).size;
+    const double longSide = std::max(size.width, size.height);
+    const double shortSide = std::min(size.width, size.height);
+    if (!(longSide > 0.0)) {
+      return 0.0;
+    }
+    return shortSide / longSide;
+  } catch (const cv::Exception&) {
+    return -1.0;
+  }
+}
+
+double Circularity(const std::vector<cv::Point>& points) {
+  if (points.size() < 3) {
+    return -1.0;
+  }
+  try {
+    const double area = cv::contourArea(points, false);
+    const cv::Size2f size = ShapeBox(points).size;
+    const double diameter = std::max(size.width, size.height);
+    const double c = diameter > 0.0 ? 4.0 * area / (kPi * diameter * diameter) : 0.0;
+    return std::min(c, 1.0);
+  } catch (const cv::Exception&) {
+    return -1.0;
+  }
+}
+
+// Largest |cos| over the corners at p[1] .. p[n-2]. The corners at the first and the last point
+// are left out on purpose (a quadrilateral gets two of its four corners tested), and the 1e-10
+// keeps a repeated point from dividing by zero.
+double MaxCornerCosineOf(const std::vector<cv::Point>& p) {
+  const std::size_t n = p.size();
+  if (n < 3) {
+    return 0.0;
+  }
+  double m = 0.0;
+  for (std::size_t i = 2; i < n; ++i) {
+    const cv::Point d1i = p[i % n] - p[i - 1];
+    const cv::Point d2i = p[i - 2] - p[i - 1];
+    const double d1x = d1i.x, d1y = d1i.y, d2x = d2i.x, d2y = d2i.y;
+    const double cosine = (d1x * d2x + d1y * d2y) /
+                          std::sqrt((d1x * d1x + d1y * d1y) * (d2x * d2x + d2y * d2y) + 1e-10);
+    m = std::max(m, std::fabs(cosine));
+  }
+  return m;
+}
+
+double AbsoluteBoxAngle(const std::vector<cv::Point>& points) {
+  const cv::RotatedRect box = MinAreaRectLegacy(points);
+  double a = box.angle;
+  if (box.size.height > box.size.width) {
+    a = a - 90.0;
+  }
+  a = std::fabs(a);
+  if (a > 90.0) {
+    a = a - 90.0;
+  }
+  return a;
+}
+
+double FoldedBoxAngle(const std::vector<cv::Point>& points) {
+  const cv::RotatedRect box = MinAreaRectLegacy(points);
+  double a = box.angle;
+  if (box.size.height > box.size.width) {
+    a = a - 90.0;
+  }
+  if (a < -45.0) {
+    a = a + 180.0;
+  }
+  if (a < 0.0) {
+    a = std::fabs(a);
+  }
+  if (a >= 90.0) {
+    a = a - 90.0;
+  }
+  return a;
+}
+
+double CircleCentre(const std::vector<cv::Point>& points, bool y) {
+  if (points.empty()) {
+    return 0.0;
+  }
+  cv::Point2f centre;
+  float radius = 0.0f;
+  cv::minEnclosingCircle(points, centre, radius);
+  return y ? centre.y : centre.x;
+}
+
+}  // namespace
+
+cv::RotatedRect ToLegacyBoxAngle(const cv::RotatedRect& box) {
+  cv::RotatedRect legacy = box;
+  if (box.size.height == 0.0f && box.size.width > 0.0f) {
+    // A segment (all points on one line): the hull has two points, which OpenCV >= 4.5.1 lists in
+    // the opposite order, so the direction differs by 180 degrees.
+    legacy.angle = box.angle <= 0.0f ? box.angle + 180.0f : box.angle - 180.0f;
+  } else if (box.angle == 90.0f) {
+    // The same sides, read from the other end of the range.
+    legacy.angle = -90.0f;
+  } else if (box.angle == 0.0f) {
+    // Both versions report an upright box with the same sides here; the newer one as -0.0.
+    legacy.angle = 0.0f;
+  } else {
+    // The newer angle is that of the other side: turn by -90 degrees and swap the sides.
+    legacy.angle = box.angle - 90.0f;
+    legacy.size = cv::Size2f(box.size.height, box.size.width);
+  }
+  return legacy;
+}
+
+cv::RotatedRect MinAreaRectLegacy(const std::vector<cv::Point>& points) {
+#if CV_VERSION_MAJOR > 4 ||   \
+    (CV_VERSION_MAJOR == 4 && \
+     (CV_VERSION_MINOR > 5 || (CV_VERSION_MINOR == 5 && CV_VERSION_REVISION >= 1)))
+  return ToLegacyBoxAngle(cv::minAreaRect(points));
+#else
+  return cv::minAreaRect(points);
+#endif
+}
+
+double ComputeFeature(const ContourRecord& record, ContourFeature feature) {
+  const std::vector<cv::Point>& points = record.points;
+  switch (feature) {
+    case ContourFeature::Area:
+      return cv::contourArea(points, false);
+    case ContourFeature::Perimeter:
+      return cv::arcLength(points, true);
+    case ContourFeature::VertexCount:
+      return static_cast<double>(points.size());
+    case ContourFeature::AspectRatio:
+      return AspectRatio(points);
+    case ContourFeature::Convex:
+      return cv::isContourConvex(points) ? 1.0 : 0.0;
+    case ContourFeature::MaxCornerCosine:
+      return MaxCornerCosineOf(points);
+    case ContourFeature::AbsoluteBoxAngle:
+      return AbsoluteBoxAngle(points);
+    case ContourFeature::FoldedBoxAngle:
+      return FoldedBoxAngle(points);
+    case ContourFeature::CircleCentreX:
+      return CircleCentre(points, false);
+    case ContourFeature::CircleCentreY:
+      return CircleCentre(points, true);
+    case ContourFeature::Circularity:
+      return Circularity(points);
+  }
+  return 0.0;
+}
+
+bool ComparisonPasses(Comparison comparison, double x, double first, double second) {
+  switch (comparison) {
+    case Comparison::GreaterThanSecond:
+      return x > second;
+    case Comparison::LessThanFirst:
+      return x < first;
+    case Comparison::BetweenFirstAndSecond:
+      return first <= x && x <= second;
+    case Comparison::BetweenSecondAndFirst:
+      return second <= x && x <= first;
+    case Comparison::EqualToFirst:
+      return x == first;
+    case Comparison::NotEqualToFirst:
+      return x != first;
+  }
+  return false;
+}
+
+bool FindContourSet(ContourSet& set, const cv::Mat& binaryImage) {
+  set.candidates.clear();
+  set.rejected.clear();
+  set.accepted.clear();
+  std::vector<std::vector<cv::Point>> contours;
+  std::vector<cv::Vec4i> hierarchy;
+  cv::findContours(binaryImage, contours, hierarchy, cv::RETR_TREE, cv::CHAIN_APPROX_SIMPLE,
+                   cv::Point(0, 0));
+  set.candidates.reserve(contours.size());
+  for (std::size_t i = 0; i < contours.size(); ++i) {
+    ContourRecord record;
+    record.points = std::move(contours[i]);
+    record.hierarchy = hierarchy[i];
+    record.flag = false;
+    set.candidates.push_back(std::move(record));
+  }
+  return true;
+}
+
+bool FindEdgeContours(ContourSet& set, const cv::Mat& image, double low, double high) {
+  if (low < 0.0) {
+    cv::Mat scratch;
+    low = cv::threshold(image, scratch, 0.0, 255.0, cv::THRESH_OTSU);
+  }
+  if (high < 0.0) {
+    high = 2.0 * low;
+  }
+  cv::Mat edges;
+  cv::Canny(image, edges, low, high, 3, false);
+  return FindContourSet(set, edges);
+}
+
+void ApplyCriterion(ContourSet& set, const FilterCriterion& criterion) {
+  std::vector<ContourRecord> kept;
+  kept.reserve(set.candidates.size());
+  for (ContourRecord& record : set.candidates) {
+    const double x = ComputeFeature(record, criterion.feature);
+    if (!ComparisonPasses(criterion.comparison, x, criterion.first, criterion.second)) {
+      set.rejected.push_back(std::move(record));
+      continue;
+    }
+    switch (criterion.action) {
+      case FilterAction::Keep:
+        set.accepted.push_back(record);
+        kept.push_back(std::move(record));
+        break;
+      case FilterAction::Reject:
+        set.rejected.push_back(std::move(record));
+        break;
+      default:
+        break;  // dropped without a trace
+    }
+  }
+  set.candidates = std::move(kept);
+}
+
+void RemoveNestedCandidates(ContourSet& set) {
+  std::vector<ContourRecord> kept;
+  // Enclosing-circle centres of the kept records, rounded once when a record is kept.
+  std::vector<cv::Point2f> keptCentres;
+  for (ContourRecord& candidate : set.candidates) {
+    bool duplicate = false;
+    for (const cv::Point2f& centre : keptCentres) {
+      if (cv::pointPolygonTest(candidate.points, centre, false) >= 0.0) {
+        // The earlier record stays even when this one is larger: the first in walk order wins.
+        duplicate = true;
+        break;
+      }
+    }
+    if (duplicate) {
+      continue;
+    }
+    cv::Point2f centre;
+    float radius = 0.0f;
+    cv::minEnclosingCircle(candidate.points, centre, radius);
+    keptCentres.emplace_back(static_cast<float>(cvRound(centre.x)),
+                             static_cast<float>(cvRound(centre.y)));
+    kept.push_back(std::move(candidate));
+  }
+  set.candidates = std::move(kept);
+}
+
+void ApproximateContour(ContourRecord& record, double epsilon) {
+  std::vector<cv::Point> out;
+  cv::approxPolyDP(record.points, out, epsilon, true);
+  record.points = std::move(out);
+}
+
+void ConvexHullContour(ContourRecord& record) {
+  std::vector<cv::Point> out;
+  cv::convexHull(record.points, out, false, true);
+  record.points = std::move(out);
+}
