@@ -70,8 +70,9 @@ double MaxCornerCosineOf(const std::vector<cv::Point>& p) {
   return m;
 }
 
-double AbsoluteBoxAngle(const std::vector<cv::Point>& points) {
-  const cv::RotatedRect box = MinAreaRectLegacy(points);
+}  // namespace
+
+double AbsoluteBoxAngleOf(const cv::RotatedRect& box) {
   double a = box.angle;
   if (box.size.height > box.size.width) {
     a = a - 90.0;
@@ -83,8 +84,7 @@ double AbsoluteBoxAngle(const std::vector<cv::Point>& points) {
   return a;
 }
 
-double FoldedBoxAngle(const std::vector<cv::Point>& points) {
-  const cv::RotatedRect box = MinAreaRectLegacy(points);
+double FoldedBoxAngleOf(const cv::RotatedRect& box) {
   double a = box.angle;
   if (box.size.height > box.size.width) {
     a = a - 90.0;
@@ -100,6 +100,8 @@ double FoldedBoxAngle(const std::vector<cv::Point>& points) {
   }
   return a;
 }
+
+namespace {
 
 double CircleCentre(const std::vector<cv::Point>& points, bool y) {
   if (points.empty()) {
@@ -159,9 +161,9 @@ double ComputeFeature(const ContourRecord& record, ContourFeature feature) {
     case ContourFeature::MaxCornerCosine:
       return MaxCornerCosineOf(points);
     case ContourFeature::AbsoluteBoxAngle:
-      return AbsoluteBoxAngle(points);
+      return AbsoluteBoxAngleOf(MinAreaRectLegacy(points));
     case ContourFeature::FoldedBoxAngle:
-      return FoldedBoxAngle(points);
+      return FoldedBoxAngleOf(MinAreaRectLegacy(points));
     case ContourFeature::CircleCentreX:
       return CircleCentre(points, false);
     case ContourFeature::CircleCentreY:

@@ -80,6 +80,11 @@ cv::RotatedRect MinAreaRectLegacy(const std::vector<cv::Point>& points);
 // The conversion itself, for a rectangle that cv::minAreaRect of OpenCV >= 4.5.1 returned.
 cv::RotatedRect ToLegacyBoxAngle(const cv::RotatedRect& box);
 
+// The box-angle features (AbsoluteBoxAngle, FoldedBoxAngle) of a rectangle in the legacy
+// convention. Both read the float angle widened to double.
+double AbsoluteBoxAngleOf(const cv::RotatedRect& legacyBox);
+double FoldedBoxAngleOf(const cv::RotatedRect& legacyBox);
+
 // Empties all three lists and fills the candidates with every contour of the binary image
 // (RETR_TREE, CHAIN_APPROX_SIMPLE), in OpenCV's order. Returns true.
 bool FindContourSet(ContourSet& set, const cv::Mat& binaryImage);
