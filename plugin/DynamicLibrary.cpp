@@ -1,0 +1,58 @@
+#include "DynamicLibrary.h"
+
+#include <atomic>
+
+#if defined(_WIN32)
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+namespace DynamicLibrary {
+
+namespace {
+
+std::atomic<std::size_t> g_freeCount{0};
+
+}  // namespace
+
+#if defined(_WIN32)
+
+Handle Load(const std::filesystem::path& absolutePath) {
+  return static_cast<Handle>(LoadLibraryW(absolutePath.c_str()));
+}
+
+Symbol Resolve(Handle library, const char* name) {
+  return reinterpret_cast<Symbol>(GetProcAddress(static_cast<HMODULE>(library), name));
+}
+
+void Free(Handle library) {
+  ++g_freeCount;
+  FreeLibrary(static_cast<HMODULE>(library));
+}
+
+#else
+
+Handle Load(const std::filesystem::path& absolutePath) {
+  // Entries are resolved right away so that a library with missing dependencies fails here, as
+  // LoadLibraryW does, rather than at its first call.
+  return dlopen(absolutePath.c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+Symbol Resolve(Handle library, const char* name) {
+  return reinterpret_cast<Symbol>(dlsym(library, name));
+}
+
+void Free(Handle library) {
+  ++g_freeCount;
+  dlclose(library);
+}
+
+#endif
+
+std::size_t FreeCount() { return g_freeCount.load(); }
+
+}  // namespace DynamicLibrary

@@ -1,0 +1,30 @@
+// The operating system's dynamic-library calls behind the plug-in factories: load a library by
+// absolute path, resolve an exported entry by its narrow name, free the library. LoadLibraryW,
+// GetProcAddress and FreeLibrary on Windows; dlopen, dlsym and dlclose elsewhere.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+
+namespace DynamicLibrary {
+
+// An HMODULE on Windows, a dlopen handle elsewhere; null when nothing is loaded.
+using Handle = void*;
+
+// Any exported function; callers cast it to the entry's real type.
+using Symbol = void (*)();
+
+// Loads the library at an absolute path. Null when the system refuses it.
+Handle Load(const std::filesystem::path& absolutePath);
+
+// The address of the entry exported under name, or null when the library has none.
+Symbol Resolve(Handle library, const char* name);
+
+// Releases one reference to the library; it is unloaded when the last one goes.
+void Free(Handle library);
+
+// Number of Free calls made by this process, so that owners can be checked for releasing
+// exactly what they loaded.
+std::size_t FreeCount();
+
+}  // namespace DynamicLibrary

@@ -1,0 +1,358 @@
+// The plug-in factories: path widening and resolution, loading and replacing libraries, making
+// objects through "GetInstance", and the order in which objects and libraries are released. The
+// test plug-ins record their load, unload, object creation and destruction in a shared log.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <type_traits>
+#include <vector>
+
+#include "DynamicLibrary.h"
+#include "FactoryBase.h"
+#include "FactoryCollection.h"
+#include "IOmbrixProcessing.h"
+#include "Platform.h"
+#include "PluginEvents.h"
+
+namespace fs = std::filesystem;
+using Events = std::vector<std::string>;
+
+namespace {
+
+class CTestLogger : public ILogger {};
+
+// Each test works in its own folder holding copies of the test plug-ins under names of its
+// choosing, so that several libraries from one plug-in can be told apart by name, and restores the
+// working directory afterwards.
+class FactoryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    previous_ = fs::current_path();
+    folder_ = fs::temp_directory_path() /
+              (std::string("ombrix_factory_") +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(folder_);
+    fs::create_directories(folder_);
+    plugin_events::Take();
+  }
+
+  void TearDown() override {
+    fs::current_path(previous_);
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+
+  // Copies a test plug-in into the test folder as <name> plus the platform's library suffix.
+  fs::path Copy(const char* plugin, const std::string& name) {
+    const fs::path source(plugin);
+    const fs::path target = folder_ / (name + source.extension().string());
+    fs::copy_file(source, target, fs::copy_options::overwrite_existing);
+    return target;
+  }
+
+  fs::path previous_;
+  fs::path folder_;
+};
+
+}  // namespace
+
+TEST(Widening, AsciiBytesPassUnchanged) {
+  EXPECT_EQ(WidenBySignExtension("./OmbrixProcessing.so"), u"./OmbrixProcessing.so");
+  EXPECT_EQ(WidenBySignExtension(""), u"");
+}
+
+TEST(Widening, HighBytesAreSignExtendedNotDecoded) {
+  const std::u16string wide = WidenBySignExtension(std::string("a\x80\xE9\xFF", 4));
+  ASSERT_EQ(wide.size(), 4u);
+  EXPECT_EQ(wide[0], u'a');
+  EXPECT_EQ(wide[1], char16_t{0xFF80});
+  EXPECT_EQ(wide[2], char16_t{0xFFE9});
+  EXPECT_EQ(wide[3], char16_t{0xFFFF});
+}
+
+TEST(Widening, KeepsEmbeddedNulAndLength) {
+  const std::u16string wide = WidenBySignExtension(std::string("x\0\x7F", 3));
+  ASSERT_EQ(wide.size(), 3u);
+  EXPECT_EQ(wide[1], u'\0');
+  EXPECT_EQ(wide[2], char16_t{0x7F});
+}
+
+TEST(FactoryTypes, FactoriesAreNotCopyable) {
+  static_assert(!std::is_copy_constructible<CFactoryProcessing>::value, "");
+  static_assert(!std::is_copy_assignable<CFactoryProcessing>::value, "");
+  static_assert(!std::is_copy_constructible<CFactoryAcquisition>::value, "");
+  static_assert(!std::is_copy_constructible<CFactoryCollection>::value, "");
+  static_assert(std::has_virtual_destructor<CFactoryCollection>::value, "");
+  static_assert(std::has_virtual_destructor<CFactoryProcessing>::value, "");
+  static_assert(std::is_same<decltype(std::declval<CFactoryProcessing&>().CreateInstance(nullptr)),
+                             std::shared_ptr<IOmbrixProcessing>>::value,
+                "");
+  static_assert(std::is_same<decltype(std::declval<CFactoryAcquisition&>().CreateInstance(nullptr)),
+                             std::shared_ptr<IOmbrixAcquisition>>::value,
+                "");
+  CFactoryProcessing factory;
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, MissingFileGivesFalseAndNullHandle) {
+  CFactoryProcessing factory;
+  EXPECT_FALSE(factory.Load((folder_ / "Absent.so").string()));
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+  EXPECT_FALSE(factory.Load(folder_ / "Absent.so"));
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, ProcessingModuleAbsentFromWorkingDirectory) {
+  fs::current_path(folder_);
+  CFactoryCollection collection;
+  EXPECT_FALSE(collection.m_factoryProcessing.Load(OMBRIX_PROCESSING_MODULE));
+  EXPECT_EQ(collection.m_factoryProcessing.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, ProcessingModuleFoundInWorkingDirectory) {
+  const fs::path copy = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "OmbrixProcessing");
+  fs::rename(copy, folder_ / fs::path(OMBRIX_PROCESSING_MODULE).filename());
+  fs::current_path(folder_);
+  {
+    CFactoryCollection collection;
+    EXPECT_TRUE(collection.m_factoryProcessing.Load(OMBRIX_PROCESSING_MODULE));
+    EXPECT_NE(collection.m_factoryProcessing.LibraryHandle(), nullptr);
+  }
+  EXPECT_EQ(plugin_events::Take(), (Events{"OmbrixProcessing load", "OmbrixProcessing unload"}));
+}
+
+TEST_F(FactoryTest, RelativePathResolvedAtTimeOfCall) {
+  const fs::path inside = folder_ / "inside";
+  const fs::path outside = folder_ / "outside";
+  fs::create_directories(inside);
+  fs::create_directories(outside);
+  fs::rename(Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Relative"),
+             inside / ("Relative" + fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string()));
+  const std::string relative = std::string(".") + OMBRIX_SEP + "Relative" +
+                               fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string();
+
+  CFactoryProcessing early;
+  CFactoryProcessing late;
+  fs::current_path(outside);
+  EXPECT_FALSE(early.Load(relative));
+  fs::current_path(inside);
+  EXPECT_TRUE(early.Load(relative));
+  fs::current_path(outside);
+  EXPECT_FALSE(late.Load(relative));
+  EXPECT_EQ(late.LibraryHandle(), nullptr);
+  // The library loaded earlier keeps working after the directory changes.
+  EXPECT_TRUE(early.CreateInstance(nullptr) != nullptr);
+  EXPECT_EQ(plugin_events::Take(),
+            (Events{"Relative load", "Relative create variant=0 logger=no", "Relative destroy"}));
+}
+
+TEST_F(FactoryTest, NarrowPathHighByteNamesSignExtendedFile) {
+  const std::string extension = fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string();
+  // The byte 0xE9 becomes U+FFE9, so the file that is found is the one carrying that character.
+  const fs::path widened =
+      folder_ / fs::path(std::u16string(u"\uFFE9") + fs::path(extension).u16string());
+  fs::copy_file(OMBRIX_TEST_RECORDING_PLUGIN, widened);
+  const std::string narrow = folder_.string() + OMBRIX_SEP + "\xE9" + extension;
+
+  CFactoryProcessing factory;
+  EXPECT_TRUE(factory.Load(narrow));
+  EXPECT_NE(factory.LibraryHandle(), nullptr);
+  // The same bytes as a path name a different file, which is absent.
+  EXPECT_FALSE(fs::exists(fs::path(narrow)));
+}
+
+TEST_F(FactoryTest, NarrowPathHighByteDoesNotFindCodePageName) {
+  const std::string extension = fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string();
+  // A file named by the raw byte 0xE9 (Latin-1 'e acute') is not what the widened path names.
+  const std::string narrow = folder_.string() + OMBRIX_SEP + "\xE9" + extension;
+  fs::copy_file(OMBRIX_TEST_RECORDING_PLUGIN, fs::path(narrow));
+  CFactoryProcessing factory;
+  EXPECT_FALSE(factory.Load(narrow));
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, EmptyPathThrowsFromAbsolute) {
+  CFactoryProcessing factory;
+  try {
+    factory.Load(std::string());
+    FAIL() << "no exception";
+  } catch (const fs::filesystem_error& error) {
+    EXPECT_NE(std::string(error.what()).find("absolute"), std::string::npos) << error.what();
+    EXPECT_EQ(error.code(), std::make_error_code(std::errc::invalid_argument));
+    EXPECT_TRUE(error.path1().empty());
+  }
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, StatusFailureOtherThanMissingThrowsFromExists) {
+  CFactoryProcessing factory;
+  const fs::path tooLong = folder_ / std::string(1000, 'x');
+  try {
+    factory.Load(tooLong);
+    FAIL() << "no exception";
+  } catch (const fs::filesystem_error& error) {
+    EXPECT_NE(std::string(error.what()).find("exists"), std::string::npos) << error.what();
+    EXPECT_EQ(error.code(), std::make_error_code(std::errc::filename_too_long));
+    EXPECT_EQ(error.path1(), tooLong);
+  }
+  EXPECT_EQ(factory.LibraryHandle(), nullptr);
+}
+
+TEST_F(FactoryTest, MissingFileLeavesEarlierHandle) {
+  const fs::path first = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Kept");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(first));
+  const DynamicLibrary::Handle handle = factory.LibraryHandle();
+  EXPECT_FALSE(factory.Load(folder_ / "Absent.so"));
+  EXPECT_EQ(factory.LibraryHandle(), handle);
+}
+
+TEST_F(FactoryTest, SecondLoadReplacesHandleWithoutFreeingFirst) {
+  const fs::path first = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "First");
+  const fs::path second = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Second");
+  const std::size_t freesBefore = DynamicLibrary::FreeCount();
+  {
+    CFactoryProcessing factory;
+    ASSERT_TRUE(factory.Load(first));
+    const DynamicLibrary::Handle firstHandle = factory.LibraryHandle();
+    ASSERT_TRUE(factory.Load(second));
+    EXPECT_NE(factory.LibraryHandle(), firstHandle);
+    EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore);
+    // Objects now come from the second library.
+    EXPECT_TRUE(factory.CreateInstance(nullptr) != nullptr);
+  }
+  EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore + 1);
+  // The first library stays loaded until the process ends: no unload is recorded for it.
+  EXPECT_EQ(plugin_events::Take(),
+            (Events{"First load", "Second load", "Second create variant=0 logger=no",
+                    "Second destroy", "Second unload"}));
+}
+
+TEST_F(FactoryTest, FailedLoadDropsEarlierHandleWithoutFreeingIt) {
+  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Dropped");
+  const fs::path notALibrary = folder_ / "NotALibrary.so";
+  std::ofstream(notALibrary) << "not a library";
+  const std::size_t freesBefore = DynamicLibrary::FreeCount();
+  {
+    CFactoryProcessing factory;
+    ASSERT_TRUE(factory.Load(library));
+    EXPECT_FALSE(factory.Load(notALibrary));
+    EXPECT_EQ(factory.LibraryHandle(), nullptr);
+  }
+  EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore);
+  EXPECT_EQ(plugin_events::Take(), (Events{"Dropped load"}));
+}
+
+TEST_F(FactoryTest, CollectionThatLoadedNothingFreesNothing) {
+  const std::size_t freesBefore = DynamicLibrary::FreeCount();
+  { CFactoryCollection collection; }
+  EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore);
+}
+
+TEST_F(FactoryTest, ObjectDestroyedBeforeLibraryUnloaded) {
+  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Owned");
+  {
+    CFactoryCollection collection;
+    ASSERT_TRUE(collection.m_factoryProcessing.Load(library));
+    std::shared_ptr<IOmbrixProcessing> processing =
+        collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+    ASSERT_TRUE(processing != nullptr);
+    EXPECT_EQ(plugin_events::Take(), (Events{"Owned load", "Owned create variant=0 logger=no"}));
+  }
+  EXPECT_EQ(plugin_events::Take(), (Events{"Owned destroy", "Owned unload"}));
+}
+
+TEST_F(FactoryTest, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) {
+  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Many");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(library));
+  std::shared_ptr<IOmbrixProcessing> first = factory.CreateInstance(nullptr);
+  std::shared_ptr<IOmbrixProcessing> second = factory.CreateInstance(nullptr);
+  ASSERT_TRUE(first != nullptr && second != nullptr);
+  EXPECT_NE(first.get(), second.get());
+  EXPECT_EQ(first.use_count(), 1);
+  first.reset();
+  EXPECT_EQ(plugin_events::Take(), (Events{"Many load", "Many create variant=0 logger=no",
+                                           "Many create variant=0 logger=no", "Many destroy"}));
+}
+
+TEST_F(FactoryTest, LoggerCopyHandedToEntryAndReleased) {
+  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Logged");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(library));
+  auto logger = std::make_shared<CTestLogger>();
+  std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(logger);
+  ASSERT_TRUE(processing != nullptr);
+  EXPECT_EQ(logger.use_count(), 1);
+  EXPECT_EQ(plugin_events::Take(), (Events{"Logged load", "Logged create variant=0 logger=yes"}));
+}
+
+TEST_F(FactoryTest, VirtualOperationsReachPluginAcrossBoundary) {
+  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Calls");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(library));
+  std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(nullptr);
+  ASSERT_TRUE(processing != nullptr);
+  EXPECT_FALSE(processing->LoadDarkFrames("long", "short", ""));
+  processing->SetAlgorithmMode(2);
+  EXPECT_EQ(processing->ComputeMtf(cv::Mat(3, 7, CV_16UC1)), 7.0f);
+  std::vector<DetectedObject> objects;
+  cv::Mat first;
+  cv::Mat second;
+  processing->DetectObjects(objects, first, second, 2, true);
+  EXPECT_EQ(objects.size(), 2u);
+  EXPECT_EQ(plugin_events::Take(),
+            (Events{"Calls load", "Calls create variant=0 logger=no",
+                    "Calls LoadDarkFrames long|short|", "Calls SetAlgorithmMode 2"}));
+}
+
+TEST_F(FactoryTest, NullInstanceGivesEmptyPointer) {
+  const fs::path library = Copy(OMBRIX_TEST_NULL_PLUGIN, "Declining");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(library));
+  std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(nullptr);
+  EXPECT_FALSE(processing);
+  EXPECT_EQ(processing.get(), nullptr);
+  // Wrapped like any other result: the null pointer has a control block of its own.
+  EXPECT_EQ(processing.use_count(), 1);
+  EXPECT_EQ(plugin_events::Take(),
+            (Events{"Declining load", "Declining null-instance variant=0 logger=no"}));
+}
+
+TEST_F(FactoryTest, CollectionReleasesSpareThenProcessingThenAcquisition) {
+  const fs::path acquisition = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Acquisition");
+  const fs::path processing = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Processing");
+  const fs::path spare = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Spare");
+  const std::size_t freesBefore = DynamicLibrary::FreeCount();
+  {
+    CFactoryCollection collection;
+    ASSERT_TRUE(collection.m_factoryAcquisition.Load(acquisition));
+    ASSERT_TRUE(collection.m_factoryProcessing.Load(processing));
+    collection.m_hModuleSpare = DynamicLibrary::Load(spare);
+    ASSERT_NE(collection.m_hModuleSpare, nullptr);
+    plugin_events::Take();
+  }
+  EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore + 3);
+  EXPECT_EQ(plugin_events::Take(),
+            (Events{"Spare unload", "Processing unload", "Acquisition unload"}));
+}
+
+// The entry is called without a check: with nothing loaded, or with a library lacking the export,
+// the process faults. Observed in a child process.
+TEST_F(FactoryTest, CreateInstanceWithoutLibraryCrashes) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  CFactoryProcessing factory;
+  EXPECT_DEATH(factory.CreateInstance(nullptr), "");
+}
+
+TEST_F(FactoryTest, CreateInstanceWithoutExportCrashes) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const fs::path library = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "NoEntry");
+  CFactoryProcessing factory;
+  ASSERT_TRUE(factory.Load(library));
+  EXPECT_DEATH(factory.CreateInstance(nullptr), "");
+}

@@ -1,0 +1,269 @@
+// The variable controller beyond the suite's timed checks: the verdict table row by row, strict
+// level comparisons in single precision, the sliding history, and the two-point prediction. Time
+// is steered through the public members instead of sleeping.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+#include "controller/VariableController.h"
+
+namespace {
+
+using Controller = CVariableController<float>;
+
+constexpr std::int64_t kNsPerMinute = 60'000'000'000LL;
+constexpr std::int64_t kNsPerMs = 1'000'000LL;
+
+// Levels -21 (upper) and -24 (lower); regulation time of one minute, started now or two minutes
+// ago, with one reading already in the history.
+void Prepare(Controller& controller, bool timedOut) {
+  controller.Target = -25.0f;
+  controller.Tolerance = 1.0f;
+  controller.Limit = -22.0f;
+  controller.RegulationDelay = 1.0;
+  controller.RegulationStartTime = Controller::SteadyNow() - (timedOut ? 2 * kNsPerMinute : 0);
+  bool error = true;
+  EXPECT_FALSE(controller.Insert(0.0f, error));
+  EXPECT_FALSE(error);
+}
+
+struct Verdict {
+  bool result;
+  bool error;
+};
+
+Verdict InsertInto(float value, bool timedOut) {
+  Controller controller(10);
+  Prepare(controller, timedOut);
+  Verdict verdict{};
+  verdict.error = !timedOut;  // must be overwritten
+  verdict.result = controller.Insert(value, verdict.error);
+  return verdict;
+}
+
+}  // namespace
+
+TEST(VariableController, MembersAfterConstruction) {
+  const std::int64_t before = Controller::SteadyNow();
+  Controller controller(7);
+  const std::int64_t after = Controller::SteadyNow();
+  EXPECT_EQ(controller.Target, 0.0f);
+  EXPECT_EQ(controller.Tolerance, 0.0f);
+  EXPECT_EQ(controller.Limit, 0.0f);
+  EXPECT_EQ(controller.ValidationDelay, 1.0);
+  EXPECT_EQ(controller.RegulationDelay, 1.0);
+  EXPECT_EQ(controller.Capacity, 7u);
+  EXPECT_TRUE(controller.History.empty());
+  EXPECT_GE(controller.LastInsertTime, before);
+  EXPECT_LE(controller.LastInsertTime, after);
+  EXPECT_GE(controller.RegulationStartTime, before);
+  EXPECT_LE(controller.RegulationStartTime, after);
+  static_assert(std::has_virtual_destructor<Controller>::value, "");
+  static_assert(std::is_same<decltype(controller.ValidationDelay), double>::value, "");
+  static_assert(std::is_same<decltype(controller.LastInsertTime), std::int64_t>::value, "");
+  static_assert(std::is_same<decltype(controller.Capacity), std::uint64_t>::value, "");
+}
+
+TEST(VariableController, InsertStampsSampleWithSteadyClock) {
+  Controller controller(3);
+  const std::int64_t before = Controller::SteadyNow();
+  bool error = true;
+  controller.Insert(4.5f, error);
+  EXPECT_FALSE(error);
+  ASSERT_EQ(controller.History.size(), 1u);
+  EXPECT_EQ(controller.History[0].Time, controller.LastInsertTime);
+  EXPECT_GE(controller.History[0].Time, before);
+  EXPECT_EQ(controller.History[0].Value, 4.5f);
+}
+
+TEST(VariableController, VerdictTableAbove) {
+  const Verdict inTime = InsertInto(0.0f, false);
+  EXPECT_FALSE(inTime.result);
+  EXPECT_FALSE(inTime.error);
+  const Verdict late = InsertInto(0.0f, true);
+  EXPECT_TRUE(late.result);
+  EXPECT_TRUE(late.error);
+}
+
+TEST(VariableController, VerdictTableBetween) {
+  const Verdict inTime = InsertInto(-22.5f, false);
+  EXPECT_FALSE(inTime.result);
+  EXPECT_FALSE(inTime.error);
+  const Verdict late = InsertInto(-22.5f, true);
+  EXPECT_TRUE(late.result);
+  EXPECT_FALSE(late.error);
+}
+
+TEST(VariableController, VerdictTableReached) {
+  const Verdict inTime = InsertInto(-30.0f, false);
+  EXPECT_TRUE(inTime.result);
+  EXPECT_FALSE(inTime.error);
+  const Verdict late = InsertInto(-30.0f, true);
+  EXPECT_TRUE(late.result);
+  EXPECT_FALSE(late.error);
+}
+
+TEST(VariableController, ValueOnUpperLevelCountsAsBetween) {
+  const Verdict late = InsertInto(-21.0f, true);
+  EXPECT_TRUE(late.result);
+  EXPECT_FALSE(late.error);
+  const Verdict justAbove = InsertInto(std::nextafter(-21.0f, 0.0f), true);
+  EXPECT_TRUE(justAbove.error);
+}
+
+TEST(VariableController, ValueOnLowerLevelCountsAsReached) {
+  const Verdict onLevel = InsertInto(-24.0f, false);
+  EXPECT_TRUE(onLevel.result);
+  const Verdict justAbove = InsertInto(std::nextafter(-24.0f, 0.0f), false);
+  EXPECT_FALSE(justAbove.result);
+}
+
+TEST(VariableController, LevelsAreSinglePrecisionSums) {
+  // 0.3f + -25.0f rounds to -24.7000008f; the double sum would be -24.6999999881.
+  Controller controller(10);
+  controller.Target = -25.0f;
+  controller.Tolerance = 0.3f;
+  controller.Limit = -22.0f;
+  bool error = false;
+  controller.Insert(0.0f, error);
+  const float level = 0.3f + -25.0f;
+  ASSERT_LT(static_cast<double>(level), 0.3 + -25.0);
+  EXPECT_TRUE(controller.Insert(level, error));
+  // Between the float level and the double one: still above the float level.
+  EXPECT_FALSE(controller.Insert(std::nextafter(level, 0.0f), error));
+}
+
+TEST(VariableController, FirstReadingNeverGivesVerdict) {
+  for (const float value : {0.0f, -22.5f, -30.0f}) {
+    Controller controller(5);
+    controller.Target = -25.0f;
+    controller.Tolerance = 1.0f;
+    controller.Limit = -22.0f;
+    controller.RegulationDelay = 0.0;
+    controller.RegulationStartTime = Controller::SteadyNow() - kNsPerMinute;
+    bool error = true;
+    EXPECT_FALSE(controller.Insert(value, error)) << value;
+    EXPECT_FALSE(error) << value;
+  }
+}
+
+TEST(VariableController, FirstReadingOfRefilledSingleSampleHistory) {
+  // Capacity 1: every reading replaces the only sample, so no reading ever gives a verdict.
+  Controller controller(1);
+  controller.Target = -25.0f;
+  controller.Tolerance = 1.0f;
+  controller.Limit = -22.0f;
+  bool error = false;
+  EXPECT_FALSE(controller.Insert(-30.0f, error));
+  EXPECT_FALSE(controller.Insert(-30.0f, error));
+  EXPECT_EQ(controller.History.size(), 1u);
+}
+
+TEST(VariableController, VerdictDependsOnlyOnCurrentReading) {
+  Controller controller(10);
+  Prepare(controller, true);
+  bool error = false;
+  EXPECT_TRUE(controller.Insert(0.0f, error));
+  EXPECT_TRUE(error);
+  EXPECT_TRUE(controller.Insert(-30.0f, error));
+  EXPECT_FALSE(error);
+  EXPECT_TRUE(controller.Insert(0.0f, error));
+  EXPECT_TRUE(error);
+}
+
+TEST(VariableController, RegulationDelayComparedStrictlyInMinutes) {
+  Controller controller(10);
+  controller.Target = -25.0f;
+  controller.Tolerance = 1.0f;
+  controller.Limit = -22.0f;
+  bool error = false;
+  controller.Insert(0.0f, error);
+  // An hour far in the future cannot have elapsed; one in the past has.
+  controller.RegulationDelay = 60.0;
+  controller.RegulationStartTime = Controller::SteadyNow() - 59 * kNsPerMinute;
+  EXPECT_FALSE(controller.Insert(0.0f, error));
+  controller.RegulationStartTime = Controller::SteadyNow() - 61 * kNsPerMinute;
+  EXPECT_TRUE(controller.Insert(0.0f, error));
+  EXPECT_TRUE(error);
+}
+
+TEST(VariableController, InsertDropsExactlyOneSampleEvenWhenOverCapacity) {
+  Controller controller(3);
+  for (int i = 0; i < 5; ++i) controller.History.push_back({i, static_cast<float>(i)});
+  bool error = false;
+  controller.Insert(9.0f, error);
+  ASSERT_EQ(controller.History.size(), 5u);
+  EXPECT_EQ(controller.History.front().Value, 1.0f);
+  EXPECT_EQ(controller.History.back().Value, 9.0f);
+}
+
+TEST(VariableController, HistorySlidesOldestFirst) {
+  Controller controller(3);
+  bool error = false;
+  for (int i = 1; i <= 5; ++i) controller.Insert(static_cast<float>(i), error);
+  ASSERT_EQ(controller.History.size(), 3u);
+  EXPECT_EQ(controller.History[0].Value, 3.0f);
+  EXPECT_EQ(controller.History[1].Value, 4.0f);
+  EXPECT_EQ(controller.History[2].Value, 5.0f);
+  EXPECT_LE(controller.History[0].Time, controller.History[1].Time);
+  EXPECT_LE(controller.History[1].Time, controller.History[2].Time);
+}
+
+TEST(VariableController, PredictLineThroughOldestAndNewestOnly) {
+  // Oldest 0 at -30 ms, newest 3 at -10 ms: 0.15 per ms, target 6 is 20 ms after the newest,
+  // so 10 ms from now. The middle sample lies far off the line and must not matter.
+  Controller controller(10);
+  controller.Target = 6.0f;
+  const std::int64_t now = Controller::SteadyNow();
+  controller.History.push_back({now - 30 * kNsPerMs, 0.0f});
+  controller.History.push_back({now - 20 * kNsPerMs, 100.0f});
+  controller.History.push_back({now - 10 * kNsPerMs, 3.0f});
+  const double predicted = controller.Predict();
+  const double elapsedMs = static_cast<double>(Controller::SteadyNow() - now) / 1e6;
+  EXPECT_LE(predicted, 10.0);
+  EXPECT_GE(predicted, 10.0 - elapsedMs - 1e-9);
+}
+
+TEST(VariableController, PredictNegativeWhenTrendLeadsAway) {
+  Controller controller(10);
+  controller.Target = 10.0f;
+  const std::int64_t now = Controller::SteadyNow();
+  controller.History.push_back({now - 20 * kNsPerMs, 5.0f});
+  controller.History.push_back({now - 10 * kNsPerMs, 4.0f});
+  EXPECT_LT(controller.Predict(), 0.0);
+}
+
+TEST(VariableController, PredictFlatHistoryDividesByZero) {
+  Controller controller(10);
+  const std::int64_t now = Controller::SteadyNow();
+  controller.History.push_back({now - 20 * kNsPerMs, 5.0f});
+  controller.History.push_back({now - 10 * kNsPerMs, 5.0f});
+  controller.Target = 10.0f;
+  EXPECT_TRUE(std::isinf(controller.Predict()));
+  EXPECT_GT(controller.Predict(), 0.0);
+  controller.Target = 5.0f;
+  EXPECT_TRUE(std::isnan(controller.Predict()));
+}
+
+TEST(VariableController, PredictZeroSpanGivesMinusOne) {
+  Controller controller(10);
+  EXPECT_EQ(controller.Predict(), -1.0);
+  controller.History.push_back({100, 1.0f});
+  EXPECT_EQ(controller.Predict(), -1.0);
+  controller.History.push_back({100, 2.0f});
+  EXPECT_EQ(controller.Predict(), -1.0);
+}
+
+TEST(VariableController, ValidationDelayComparedStrictlyInSeconds) {
+  Controller controller(10);
+  controller.ValidationDelay = 2.0;
+  controller.LastInsertTime = Controller::SteadyNow() - 1'000'000'000LL;
+  EXPECT_FALSE(controller.IsValidationDelayElapsed());
+  controller.LastInsertTime = Controller::SteadyNow() - 3'000'000'000LL;
+  EXPECT_TRUE(controller.IsValidationDelayElapsed());
+  bool error = false;
+  controller.Insert(0.0f, error);
+  EXPECT_FALSE(controller.IsValidationDelayElapsed());
+}
