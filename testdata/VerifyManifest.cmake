@@ -1,6 +1,9 @@
 # cmake -DDATA_DIR=<folder> -DLIST=<file list> -DMANIFEST=<manifest> [-DUPDATE=ON] -P VerifyManifest.cmake
 # Checks that the files named in LIST (paths relative to DATA_DIR) are exactly the files of
 # MANIFEST, each with its SHA-256. With UPDATE=ON the manifest is rewritten from the files instead.
+# Script mode starts with old policies; if(IN_LIST) below needs CMP0057.
+cmake_policy(SET CMP0057 NEW)
+
 file(STRINGS "${LIST}" files)
 list(SORT files)
 
