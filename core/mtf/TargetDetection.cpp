@@ -54,6 +54,10 @@ void DetectTargets(TargetDetectionSettings& settings, std::vector<ContourRecord>
   double scale = settings.scale;
   if (settings.workingSize == 0) {
     const int k = static_cast<int>(big / 3.5);
+    if (k < 1) {
+      cv::error(cv::Error::StsBadSize, "The image is too small for the automatic working size",
+                "DetectTargets", __FILE__, __LINE__);
+    }
     scale = static_cast<double>(big) / k;
     resize = true;
   } else if (settings.workingSize > 0 &&

@@ -1,0 +1,363 @@
+// Target detection: grey conversion, stretching, working size and scale, retrieval modes, the
+// criteria chain and the nesting removal, on drawn charts whose geometry is known.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#include <vector>
+
+#include "mtf/TargetDetection.h"
+
+namespace {
+
+// Corners of a square of the given side centred at c and turned by `degrees`.
+std::vector<cv::Point2d> TiltedSquare(cv::Point2d c, double side, double degrees) {
+  const double t = degrees * CV_PI / 180.0;
+  std::vector<cv::Point2d> corners;
+  for (const cv::Point2d q :
+       {cv::Point2d(-1, -1), cv::Point2d(1, -1), cv::Point2d(1, 1), cv::Point2d(-1, 1)}) {
+    const cv::Point2d h = q * (side / 2);
+    corners.emplace_back(c.x + h.x * std::cos(t) - h.y * std::sin(t),
+                         c.y + h.x * std::sin(t) + h.y * std::cos(t));
+  }
+  return corners;
+}
+
+// Fills the polygon with sub-pixel accurate vertices (8 fractional bits).
+void Fill(cv::Mat& image, const std::vector<cv::Point2d>& polygon, double value,
+          int lineType = cv::LINE_AA) {
+  std::vector<cv::Point> fixed;
+  for (const cv::Point2d& p : polygon) fixed.emplace_back(cvRound(p.x * 256), cvRound(p.y * 256));
+  cv::fillPoly(image, std::vector<std::vector<cv::Point>>{fixed}, cv::Scalar::all(value), lineType,
+               8);
+}
+
+TargetDetectionSettings AllTilts() {
+  TargetDetectionSettings settings;
+  settings.minimumAngle = -180.0f;
+  settings.maximumAngle = 180.0f;
+  return settings;
+}
+
+// Largest distance from a detected vertex to the nearest true corner and from a true corner to
+// the nearest vertex.
+double CornerError(const ContourRecord& polygon, const std::vector<cv::Point2d>& corners) {
+  double worst = 0.0;
+  for (const cv::Point& p : polygon.points) {
+    double nearest = 1e9;
+    for (const cv::Point2d& c : corners) nearest = std::min(nearest, cv::norm(cv::Point2d(p) - c));
+    worst = std::max(worst, nearest);
+  }
+  for (const cv::Point2d& c : corners) {
+    double nearest = 1e9;
+    for (const cv::Point& p : polygon.points)
+      nearest = std::min(nearest, cv::norm(cv::Point2d(p) - c));
+    worst = std::max(worst, nearest);
+  }
+  return worst;
+}
+
+// The vertices in a fixed order, so that the comparison does not depend on where OpenCV starts a
+// polygon.
+std::vector<cv::Point> Sorted(std::vector<cv::Point> points) {
+  std::sort(points.begin(), points.end(), [](const cv::Point& a, const cv::Point& b) {
+    return a.x != b.x ? a.x < b.x : a.y < b.y;
+  });
+  return points;
+}
+
+cv::Mat WhiteChart(int rows, int cols, int type = CV_8UC1, double white = 230.0) {
+  return cv::Mat(rows, cols, type, cv::Scalar::all(white));
+}
+
+TEST(DetectTargets, FindsATiltedSquareInInputPixels) {
+  cv::Mat chart = WhiteChart(600, 800);
+  const std::vector<cv::Point2d> square = TiltedSquare({400, 300}, 200, 6.0);
+  Fill(chart, square, 30.0);
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_GE(targets[0].points.size(), 4u);
+  EXPECT_LE(targets[0].points.size(), 6u);
+  EXPECT_LT(CornerError(targets[0], square), 3.0);
+  // Smaller than workingSize: nothing resized, the fresh scale stays.
+  EXPECT_EQ(settings.scale, 1.0);
+}
+
+TEST(DetectTargets, EightBitGreyIsUsedAsItIs) {
+  // A step of 6 grey levels gives Canny gradients below 30: nothing is found unless the image is
+  // stretched, and an 8-bit grey image is not.
+  cv::Mat chart = WhiteChart(400, 400, CV_8UC1, 106.0);
+  Fill(chart, TiltedSquare({200, 200}, 150, 5.0), 100.0);
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  EXPECT_TRUE(targets.empty());
+}
+
+TEST(DetectTargets, SixteenBitAndFloatImagesAreStretchedFirst) {
+  const std::vector<cv::Point2d> square = TiltedSquare({200, 200}, 150, 5.0);
+  cv::Mat wide = WhiteChart(400, 400, CV_16UC1, 1006.0);
+  Fill(wide, square, 1000.0);
+  cv::Mat real = WhiteChart(400, 400, CV_32FC1, 0.53);
+  Fill(real, square, 0.5);
+  for (const cv::Mat& chart : {wide, real}) {
+    TargetDetectionSettings settings = AllTilts();
+    std::vector<ContourRecord> targets;
+    DetectTargets(settings, targets, chart);
+    ASSERT_EQ(targets.size(), 1u) << chart.type();
+    EXPECT_LT(CornerError(targets[0], square), 3.0);
+  }
+}
+
+TEST(DetectTargets, ColourImagesAreReadAsBgr) {
+  // Blue 200 on green 102: the same grey (about 60) when the channels are read as RGB, a clear
+  // step (23 against 60) when read as BGR.
+  cv::Mat chart(400, 400, CV_8UC3, cv::Scalar(0, 102, 0));
+  const std::vector<cv::Point2d> square = TiltedSquare({200, 200}, 150, 5.0);
+  cv::Mat mask = cv::Mat::zeros(400, 400, CV_8UC1);
+  Fill(mask, square, 255.0, cv::LINE_8);
+  chart.setTo(cv::Scalar(200, 0, 0), mask);
+  cv::Mat asRgb;
+  cv::cvtColor(chart, asRgb, cv::COLOR_RGB2GRAY);
+  double lo = 0, hi = 0;
+  cv::minMaxLoc(asRgb, &lo, &hi);
+  ASSERT_LE(hi - lo, 1.0);
+
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_LT(CornerError(targets[0], square), 3.0);
+}
+
+TEST(DetectTargets, AutomaticWorkingSizeOfA2048By1536Image) {
+  // With plain retrieval a white image has one contour, its own border, which shows the working
+  // size: k = 585, scale = 2048 / 585, 585 x 439 pixels.
+  const cv::Mat white(1536, 2048, CV_8UC1, cv::Scalar(255));
+  TargetDetectionSettings settings = AllTilts();
+  settings.workingSize = 0;
+  settings.cannyLow = 0.0f;
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, white);
+  EXPECT_EQ(settings.scale, 2048.0 / 585.0);
+  ASSERT_EQ(settings.contours.candidates.size(), 1u);
+  EXPECT_EQ(Sorted(settings.contours.candidates[0].points),
+            (std::vector<cv::Point>{{0, 0}, {0, 438}, {584, 0}, {584, 438}}));
+  // Back in input pixels: 584 x 2048 / 585 = 2044.50 (rounds to 2044, just below the half) and
+  // 438 x 2048 / 585 = 1533.37.
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_EQ(Sorted(targets[0].points),
+            (std::vector<cv::Point>{{0, 0}, {0, 1533}, {2044, 0}, {2044, 1533}}));
+}
+
+TEST(DetectTargets, PositiveWorkingSizeBoundsTheLargerSide) {
+  const cv::Mat white(300, 1000, CV_8UC1, cv::Scalar(255));
+  TargetDetectionSettings settings = AllTilts();
+  settings.workingSize = 400;
+  settings.cannyLow = 0.0f;
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, white);
+  EXPECT_EQ(settings.scale, 2.5);
+  // 1000 / 2.5 = 400 columns, 300 / 2.5 = 120 rows.
+  ASSERT_EQ(settings.contours.candidates.size() + settings.contours.rejected.size(), 1u);
+  const std::vector<ContourRecord>& all = settings.contours.candidates.empty()
+                                              ? settings.contours.rejected
+                                              : settings.contours.candidates;
+  EXPECT_EQ(Sorted(all[0].points),
+            (std::vector<cv::Point>{{0, 0}, {0, 119}, {399, 0}, {399, 119}}));
+}
+
+TEST(DetectTargets, WorkingSizeAboveBothSidesKeepsTheOldScale) {
+  cv::Mat chart = WhiteChart(600, 800);
+  const std::vector<cv::Point2d> square = TiltedSquare({300, 300}, 160, 5.0);
+  Fill(chart, square, 30.0);
+  TargetDetectionSettings settings = AllTilts();
+  settings.workingSize = 1000;
+  std::vector<ContourRecord> fresh;
+  DetectTargets(settings, fresh, chart);
+  ASSERT_EQ(fresh.size(), 1u);
+  EXPECT_EQ(settings.scale, 1.0);
+
+  // Whatever scale an earlier run left is applied again.
+  settings.scale = 2.0;
+  std::vector<ContourRecord> doubled;
+  DetectTargets(settings, doubled, chart);
+  EXPECT_EQ(settings.scale, 2.0);
+  ASSERT_EQ(doubled.size(), 1u);
+  ASSERT_EQ(doubled[0].points.size(), fresh[0].points.size());
+  for (std::size_t i = 0; i < fresh[0].points.size(); ++i) {
+    EXPECT_EQ(doubled[0].points[i], fresh[0].points[i] * 2);
+  }
+}
+
+TEST(DetectTargets, NegativeWorkingSizeNeverResizesAndRoundsHalvesAwayFromZero) {
+  cv::Mat binary = cv::Mat::zeros(200, 200, CV_8UC1);
+  cv::rectangle(binary, cv::Rect(1, 3, 99, 81), cv::Scalar(255), cv::FILLED);
+  TargetDetectionSettings settings = AllTilts();
+  settings.workingSize = -1;
+  settings.cannyLow = 0.0f;
+  settings.scale = 2.5;
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, binary);
+  EXPECT_EQ(settings.scale, 2.5);
+  ASSERT_EQ(targets.size(), 1u);
+  // Working corners (1, 3), (1, 83), (99, 83), (99, 3): 2.5 -> 3, 7.5 -> 8, 207.5 -> 208,
+  // 247.5 -> 248.
+  EXPECT_EQ(Sorted(targets[0].points),
+            (std::vector<cv::Point>{{3, 8}, {3, 208}, {248, 8}, {248, 208}}));
+}
+
+TEST(DetectTargets, ZeroCannyThresholdHandsTheGreyImageToRetrieval) {
+  cv::Mat binary = cv::Mat::zeros(300, 300, CV_8UC1);
+  cv::rectangle(binary, cv::Rect(50, 60, 150, 140), cv::Scalar(255), cv::FILLED);
+  for (const bool lowZero : {true, false}) {
+    TargetDetectionSettings settings = AllTilts();
+    (lowZero ? settings.cannyLow : settings.cannyHigh) = 0.0f;
+    std::vector<ContourRecord> targets;
+    DetectTargets(settings, targets, binary);
+    // One region, one contour, exactly on the region's border; it passed six criteria.
+    ASSERT_EQ(targets.size(), 1u);
+    EXPECT_EQ(settings.contours.rejected.size(), 0u);
+    EXPECT_EQ(settings.contours.accepted.size(), 6u);
+    EXPECT_EQ(Sorted(targets[0].points),
+              (std::vector<cv::Point>{{50, 60}, {50, 199}, {199, 60}, {199, 199}}));
+  }
+  // Canny edges of the same image give an outer and an inner contour along the edge line; both
+  // pass, and the nesting removal keeps one.
+  TargetDetectionSettings edges = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(edges, targets, binary);
+  EXPECT_EQ(edges.contours.accepted.size(), 12u);
+  EXPECT_EQ(targets.size(), 1u);
+}
+
+TEST(DetectTargets, ThirtyDegreeSquarePassesOnlyInsideTheAngleLimits) {
+  cv::Mat chart = WhiteChart(800, 800);
+  Fill(chart, TiltedSquare({400, 400}, 250, 30.0), 30.0);
+  std::vector<ContourRecord> targets;
+
+  TargetDetectionSettings all = AllTilts();
+  DetectTargets(all, targets, chart);
+  EXPECT_EQ(targets.size(), 1u);
+
+  // Its folded angle is 30 or 60 degrees (depending on which side the box calls its width).
+  TargetDetectionSettings below = AllTilts();
+  below.maximumAngle = 29.0f;
+  DetectTargets(below, targets, chart);
+  EXPECT_TRUE(targets.empty());
+
+  TargetDetectionSettings around = AllTilts();
+  around.minimumAngle = 25.0f;
+  around.maximumAngle = 65.0f;
+  DetectTargets(around, targets, chart);
+  EXPECT_EQ(targets.size(), 1u);
+
+  TargetDetectionSettings defaults;
+  DetectTargets(defaults, targets, chart);
+  EXPECT_TRUE(targets.empty());
+}
+
+TEST(DetectTargets, TargetWithBothBordersSurvivingIsReportedOnce) {
+  // A dark frame around a lighter square: the frame's outer border and the inner square's border
+  // are both squares of useful size.
+  cv::Mat chart = WhiteChart(800, 800);
+  const std::vector<cv::Point2d> outer = TiltedSquare({400, 400}, 360, 5.0);
+  const std::vector<cv::Point2d> inner = TiltedSquare({400, 400}, 200, 5.0);
+  Fill(chart, outer, 30.0);
+  Fill(chart, inner, 150.0);
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  ASSERT_EQ(targets.size(), 1u);
+
+  // Both borders passed every criterion (each final pass adds a copy to accepted).
+  bool sawOuter = false, sawInner = false;
+  for (const ContourRecord& r : settings.contours.accepted) {
+    const double area = ComputeFeature(r, ContourFeature::Area);
+    sawOuter = sawOuter || std::fabs(area - 360.0 * 360.0) < 0.05 * 360 * 360;
+    sawInner = sawInner || std::fabs(area - 200.0 * 200.0) < 0.05 * 200 * 200;
+  }
+  EXPECT_TRUE(sawOuter);
+  EXPECT_TRUE(sawInner);
+}
+
+TEST(DetectTargets, SmallSquaresAndOtherShapesAreRejected) {
+  cv::Mat chart = WhiteChart(900, 1200);
+  Fill(chart, TiltedSquare({200, 200}, 28, 5.0), 30.0);  // area 784 < 1000
+  cv::circle(chart, {500, 200}, 90, cv::Scalar(30), cv::FILLED, cv::LINE_AA);
+  Fill(chart, {{800, 120}, {1000, 120}, {900, 300}}, 30.0);             // triangle
+  Fill(chart, {{150, 500}, {450, 520}, {443, 640}, {143, 620}}, 30.0);  // aspect 0.4
+  Fill(chart, TiltedSquare({800, 600}, 220, 4.0), 30.0);                // the target
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_LT(CornerError(targets[0], TiltedSquare({800, 600}, 220, 4.0)), 3.0);
+}
+
+TEST(DetectTargets, NoTargetIsAnEmptyResult) {
+  TargetDetectionSettings settings;
+  std::vector<ContourRecord> targets(3);
+  DetectTargets(settings, targets, WhiteChart(300, 300));
+  EXPECT_TRUE(targets.empty());
+  EXPECT_TRUE(settings.contours.candidates.empty());
+}
+
+TEST(DetectTargets, EachRunStartsFromEmptyLists) {
+  cv::Mat chart = WhiteChart(600, 800);
+  Fill(chart, TiltedSquare({400, 300}, 200, 6.0), 30.0);
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  const std::size_t rejected = settings.contours.rejected.size();
+  const std::size_t accepted = settings.contours.accepted.size();
+  DetectTargets(settings, targets, chart);
+  EXPECT_EQ(settings.contours.rejected.size(), rejected);
+  EXPECT_EQ(settings.contours.accepted.size(), accepted);
+  EXPECT_EQ(targets.size(), 1u);
+}
+
+TEST(DetectTargets, OpenCvErrorsPassToTheCaller) {
+  TargetDetectionSettings settings;
+  std::vector<ContourRecord> targets;
+  // Two channels are no colour image for cv::cvtColor.
+  try {
+    DetectTargets(settings, targets, cv::Mat(50, 50, CV_8UC2, cv::Scalar(1, 2)));
+    ADD_FAILURE() << "a two-channel image went through";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsError);
+  }
+}
+
+TEST(DetectTargets, EmptyImageGivesNoTargets) {
+  // OpenCV 4.6's Canny and contour retrieval accept an empty image and find nothing.
+  TargetDetectionSettings settings;
+  std::vector<ContourRecord> targets(2);
+  DetectTargets(settings, targets, cv::Mat());
+  EXPECT_TRUE(targets.empty());
+  EXPECT_EQ(settings.scale, 1.0);
+}
+
+TEST(DetectTargets, AutomaticWorkingSizeRefusesImagesBelowFourPixels) {
+  // k = big / 3.5 would be 0 and the scale undefined.
+  TargetDetectionSettings settings;
+  settings.workingSize = 0;
+  std::vector<ContourRecord> targets;
+  try {
+    DetectTargets(settings, targets, cv::Mat(3, 3, CV_8UC1, cv::Scalar(0)));
+    ADD_FAILURE() << "a 3 x 3 image went through";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsBadSize);
+    EXPECT_EQ(e.err, "The image is too small for the automatic working size");
+    EXPECT_EQ(e.func, "DetectTargets");
+  }
+  // Four pixels are enough: k = 1.
+  EXPECT_NO_THROW(DetectTargets(settings, targets, cv::Mat(4, 4, CV_8UC1, cv::Scalar(0))));
+  EXPECT_EQ(settings.scale, 4.0);
+}
+
+}  // namespace
