@@ -1,0 +1,75 @@
+#include "DarkChamberInspection.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <opencv2/imgproc.hpp>
+
+namespace {
+
+// Median of values (reordered): the k-th order statistic is the same value whatever order
+// nth_element leaves the rest in.
+double MedianInPlace(std::vector<float>& values) {
+  const size_t n = values.size();
+  if (n == 0) return std::numeric_limits<double>::quiet_NaN();
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(n / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  const double upper = *middle;
+  if (n % 2 == 1) return upper;
+  const double lower = *std::max_element(values.begin(), middle);
+  return 0.5 * (lower + upper);
+}
+
+}  // namespace
+
+void CDarkChamberInspection::RobustStatistics(const cv::Mat& image32f, double& median,
+                                              double& noise) {
+  std::vector<float> values;
+  values.reserve(image32f.total());
+  for (int y = 0; y < image32f.rows; ++y) {
+    const float* row = image32f.ptr<float>(y);
+    for (int x = 0; x < image32f.cols; ++x) {
+      if (std::isfinite(row[x])) values.push_back(row[x]);
+    }
+  }
+  median = MedianInPlace(values);
+  for (float& v : values) v = static_cast<float>(std::abs(v - median));
+  noise = kMadToSigma * MedianInPlace(values);
+}
+
+double CDarkChamberInspection::MedianReference(std::vector<float> values) {
+  if (values.empty()) return std::numeric_limits<double>::quiet_NaN();
+  std::sort(values.begin(), values.end());
+  const size_t n = values.size();
+  return n % 2 ? values[n / 2] : 0.5 * (static_cast<double>(values[n / 2 - 1]) + values[n / 2]);
+}
+
+cv::Mat CDarkChamberInspection::ExcessMask(const cv::Mat& image32f, double& threshold) {
+  double median = 0.0, noise = 0.0;
+  RobustStatistics(image32f, median, noise);
+  threshold = median + kNoiseFactor * noise;
+  cv::Mat mask(image32f.rows, image32f.cols, CV_8U);
+  for (int y = 0; y < image32f.rows; ++y) {
+    const float* row = image32f.ptr<float>(y);
+    uchar* m = mask.ptr<uchar>(y);
+    // NaN compares false, so it never counts as excess.
+    for (int x = 0; x < image32f.cols; ++x) m[x] = row[x] > threshold ? 255 : 0;
+  }
+  return mask;
+}
+
+int CDarkChamberInspection::CountDefects(const cv::Mat& minimumImage) {
+  if (minimumImage.empty() || minimumImage.channels() != 1 || minimumImage.dims > 2) return -1;
+  cv::Mat image;
+  minimumImage.convertTo(image, CV_32F);
+  double threshold = 0.0;
+  const cv::Mat mask = ExcessMask(image, threshold);
+  if (std::isnan(threshold)) return -1;
+  cv::Mat labels, stats, centroids;
+  const int n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 8, CV_32S);
+  int regions = 0;
+  for (int i = 1; i < n; ++i) {
+    if (stats.at<int>(i, cv::CC_STAT_AREA) >= kMinRegionArea) ++regions;
+  }
+  return regions;
+}

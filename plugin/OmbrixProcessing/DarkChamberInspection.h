@@ -1,0 +1,37 @@
+// Dark-chamber inspection: counts the light-leak regions in the pixel-wise minimum of
+// dark-subtracted frames taken inside the closed chamber. Accepts a non-empty single-channel image
+// of any depth (the plug-in receives 32-bit float).
+//
+// A leak shows as a spread glow: a region of at least kMinRegionArea 8-connected pixels above the
+// image's median by more than kNoiseFactor times its robust noise (1.4826 x MAD). Isolated
+// outliers are not leaks: hot pixels are removed by the dark subtraction (their residual shot
+// noise leaves single pixels) and cosmic-ray tracks by the minimum over frames.
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <vector>
+
+class CDarkChamberInspection {
+ public:
+  static constexpr double kNoiseFactor = 6.0;
+  static constexpr int kMinRegionArea = 16;
+  // Robust noise of a normal distribution from its median absolute deviation.
+  static constexpr double kMadToSigma = 1.4826;
+
+  virtual ~CDarkChamberInspection() = default;
+
+  // Number of leak regions; -1 (not available) for an empty or multi-channel image. With zero
+  // noise (MAD 0) every sample above the median counts as excess.
+  static int CountDefects(const cv::Mat& minimumImage);
+
+  // Binary map (CV_8U, 255) of the samples above the leak threshold, and the threshold.
+  static cv::Mat ExcessMask(const cv::Mat& image32f, double& threshold);
+
+  // Median and 1.4826 x MAD of the finite samples of a single-channel float image: exact order
+  // statistics (mean of the two middle values for an even count), so every platform gives the
+  // same numbers. NaN when there is no finite sample.
+  static void RobustStatistics(const cv::Mat& image32f, double& median, double& noise);
+
+  // Median by full sort, the oracle of the order-statistic selection.
+  static double MedianReference(std::vector<float> values);
+};
