@@ -70,10 +70,9 @@ std::string SuiteNameOf(const std::type_info& type);
 
 template <class Class>
 bool RegisterMethod(const char* name, void (Class::*method)(), const char* file, int line) {
-  ::testing::RegisterTest(SuiteNameOf(typeid(Class)).c_str(), name, nullptr, nullptr, file, line,
-                          [method]() -> ClassFixture<Class>* {
-                            return new MethodTest<Class>(method);
-                          });
+  ::testing::RegisterTest(
+      SuiteNameOf(typeid(Class)).c_str(), name, nullptr, nullptr, file, line,
+      [method]() -> ClassFixture<Class>* { return new MethodTest<Class>(method); });
   return true;
 }
 
@@ -89,14 +88,14 @@ class TestClass {
 
 // The registrar's constructor body is a complete-class context, so it may name the method that
 // is declared right after it.
-#define TEST_METHOD(methodName)                                                             \
-  struct methodName##_Registrar {                                                           \
-    methodName##_Registrar() {                                                              \
-      ::harness::RegisterMethod<ThisClass>(#methodName, &ThisClass::methodName, __FILE__,   \
-                                           __LINE__);                                       \
-    }                                                                                       \
-  };                                                                                        \
-  static inline const methodName##_Registrar methodName##_registrar_{};                     \
-                                                                                            \
- public:                                                                                    \
+#define TEST_METHOD(methodName)                                                           \
+  struct methodName##_Registrar {                                                         \
+    methodName##_Registrar() {                                                            \
+      ::harness::RegisterMethod<ThisClass>(#methodName, &ThisClass::methodName, __FILE__, \
+                                           __LINE__);                                     \
+    }                                                                                     \
+  };                                                                                      \
+  static inline const methodName##_Registrar methodName##_registrar_{};                   \
+                                                                                          \
+ public:                                                                                  \
   void methodName()

@@ -18,9 +18,10 @@ class DataFolderTest : public ::testing::Test {
  protected:
   void SetUp() override {
     previous_ = fs::current_path();
-    root_ = fs::temp_directory_path() /
-            ("ombrix_datafolder_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-             "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    root_ =
+        fs::temp_directory_path() /
+        ("ombrix_datafolder_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+         "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(root_);
     work_ = root_ / "a" / "b" / "c" / "d" / "e";
     fs::create_directories(work_);
@@ -40,7 +41,8 @@ class DataFolderTest : public ::testing::Test {
   fs::path previous_, root_, work_;
 };
 
-const std::string kThree = ".." OMBRIX_SEP ".." OMBRIX_SEP ".." OMBRIX_SEP "UnitTestData" OMBRIX_SEP;
+const std::string kThree =
+    ".." OMBRIX_SEP ".." OMBRIX_SEP ".." OMBRIX_SEP "UnitTestData" OMBRIX_SEP;
 const std::string kFour = ".." OMBRIX_SEP + kThree;
 const std::string kFive = ".." OMBRIX_SEP + kFour;
 

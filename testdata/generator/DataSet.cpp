@@ -2,9 +2,8 @@
 
 #include <fstream>
 #include <map>
-#include <stdexcept>
-
 #include <opencv2/imgcodecs.hpp>
+#include <stdexcept>
 
 namespace datagen {
 

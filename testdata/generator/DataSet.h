@@ -3,10 +3,9 @@
 #pragma once
 
 #include <filesystem>
+#include <opencv2/core.hpp>
 #include <string>
 #include <vector>
-
-#include <opencv2/core.hpp>
 
 namespace datagen {
 
