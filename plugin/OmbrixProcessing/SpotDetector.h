@@ -105,8 +105,11 @@ class CSpotDetector {
   // same numbers.
   static void RobustStatistics(const cv::Mat& frame32f, double& median, double& noise);
 
-  // The cosmic-ray step: samples more than threshold above the median of their disc of the given
-  // radius take that median. Float in, float out; returns the number of replaced samples.
+  // The cosmic-ray step. A hit is a sample more than threshold above the median of its disc of
+  // the given radius (the core's 16-bit disc median) that is also sharp: it stands out of its 3x3
+  // median by more than 40 % of its height above the background, which no optical spot does.
+  // Hits grow by one sample in every direction and take the median of the disc samples outside
+  // the grown mask. Float in, float out; returns the number of replaced samples.
   static int RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius, int threshold,
                               cv::Mat& cleaned);
 
