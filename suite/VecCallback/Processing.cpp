@@ -1,7 +1,10 @@
 // Test classes of the Processing namespace: filters, MTF measurement, stack statistics and the
 // processing plug-in's scenarios, each checked against the reference data in UnitTestData.
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,9 +15,80 @@
 #include "Harness.h"
 #include "ImageCompare.h"
 #include "Platform.h"
+#include "PluginScenarios.h"
 
 using harness::Assert;
 
 namespace Processing {
+
+// The processing plug-in's scenarios. Their shared bodies (making the plug-in object, the
+// dark-reference sequence, the dark-chamber and light-source bodies) are in PluginScenarios.h.
+
+// A failure value of -1.0 passes Pass_1 and Pass_2 and fails Fail_1.
+TEST_CLASS(VerifDarkChamber) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  VerifDarkChamber() {
+    std::cout << "VerifDarkChamber use directory: " << m_dataFolder << std::endl;
+  }
+
+  TEST_METHOD(Fail_1) {
+    const float value = scenarios::DarkChamberBody(*this, "DarkChamberFail");
+    Assert::IsTrue(value > 0.0f);
+  }
+
+  TEST_METHOD(Pass_1) {
+    const float value = scenarios::DarkChamberBody(*this, "DarkChamber");
+    Assert::IsTrue(!(value > 0.0f));
+  }
+
+  TEST_METHOD(Pass_2) {
+    const float value = scenarios::DarkChamberBody(*this, "DarkChamber2");
+    Assert::IsTrue(!(value > 0.0f));
+  }
+};
+
+TEST_CLASS(LighSourceCalibration) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  LighSourceCalibration() {
+    std::cout << "LighSourceCalibration use directory: " << m_dataFolder << std::endl;
+  }
+
+  TEST_METHOD(Repetability) {
+    const float first = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure1");
+    const float second = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure2");
+    const float third = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure3");
+    const float largest = std::max({first, second, third});
+    const float smallest = std::min({first, second, third});
+    Assert::IsTrue(!(largest - smallest > 0.005f));
+  }
+
+  TEST_METHOD(SNQT7M21013E_20degC) { CheckFactor("SNQT7M21013E_20degC", 0.9701563f); }
+
+  TEST_METHOD(SNQT7M21013E_25degC) { CheckFactor("SNQT7M21013E_25degC", 0.968779f); }
+
+  // Runs the calibration on every source and checks nothing: it passes unless something throws.
+  TEST_METHOD(SNQT7Mxxxxxx) {
+    const char* const folders[] = {"QT7M21013G", "QT7M21013F", "QT7M21013E", "QT7M21013D",
+                                   "QT7M21013B", "QT7M21013A", "QT7M21010A", "QT7M21013C",
+                                   "QT7M21010B", "QT7M21013H"};
+    for (const char* folder : folders) scenarios::LightSourceBody(*this, folder);
+  }
+
+  TEST_METHOD(QT7M21010B) { CheckFactor("QT7M21010B", 0.98178f); }
+
+  TEST_METHOD(QT7M21013H) { CheckFactor("QT7M21013H", 0.9908f); }
+
+ private:
+  // Two separate checks, each failing the test on its own; single precision throughout.
+  void CheckFactor(const std::string& folder, float expected) {
+    const float value = scenarios::LightSourceBody(*this, folder);
+    Assert::IsTrue(!(value < 0.0f));
+    Assert::IsTrue(!(std::fabs(value - expected) > 0.0001f));
+  }
+};
 
 }  // namespace Processing
