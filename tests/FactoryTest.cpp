@@ -11,6 +11,12 @@
 #include <type_traits>
 #include <vector>
 
+#if defined(_WIN32)
+#include <process.h>
+#else
+#include <unistd.h>
+#endif
+
 #include "DynamicLibrary.h"
 #include "FactoryBase.h"
 #include "FactoryCollection.h"
@@ -23,6 +29,14 @@ using Events = std::vector<std::string>;
 
 namespace {
 
+long ProcessId() {
+#if defined(_WIN32)
+  return static_cast<long>(_getpid());
+#else
+  return static_cast<long>(getpid());
+#endif
+}
+
 class CTestLogger : public ILogger {};
 
 // Each test works in its own folder holding copies of the test plug-ins under names of its
@@ -32,8 +46,9 @@ class FactoryTest : public ::testing::Test {
  protected:
   void SetUp() override {
     previous_ = fs::current_path();
+    // The process id keeps concurrent runs from different build trees apart.
     folder_ = fs::temp_directory_path() /
-              (std::string("ombrix_factory_") +
+              ("ombrix_factory_" + std::to_string(ProcessId()) + "_" +
                ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(folder_);
     fs::create_directories(folder_);
