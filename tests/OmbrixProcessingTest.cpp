@@ -14,6 +14,7 @@
 #include "../testdata/generator/Random.h"
 #include "DarkChamberInspection.h"
 #include "DarkReference.h"
+#include "DynamicLibrary.h"
 #include "FactoryCollection.h"
 #include "LightSourceCalibration.h"
 #include "OmbrixProcessing.h"
@@ -591,6 +592,62 @@ TEST(PluginScenarios, GeneratedFoldersThroughTheLoadedModule) {
   EXPECT_EQ(scenarios::DarkChamberBody(test, "DarkChamber"), 0.0f);
   EXPECT_GT(scenarios::DarkChamberBody(test, "DarkChamberFail"), 0.0f);
   EXPECT_NEAR(scenarios::LightSourceBody(test, "QT7M21013H"), 0.9908f, 2e-5f);
+}
+
+// A plug-in that hands back one buffer for every frame, which the sequence must not hide.
+class CReusingPlugin : public COmbrixProcessing {
+ public:
+  void PushImage(const ExposedImage& frame) override { frame.image.convertTo(buffer_, CV_32F); }
+  cv::Mat GetProcessedImage() override { return buffer_; }
+
+ private:
+  cv::Mat buffer_;
+};
+
+TEST(PluginScenarios, SharedResultRepeatsABufferThePluginReuses) {
+  TempFolder folder("reused");
+  const DarkPair darks = MakeDarks(8, 8);
+  fs::create_directories(folder.Path() + "/Run");
+  cv::imwrite(folder.Path() + "/Run/Black_150s.tif", darks.d150);
+  cv::imwrite(folder.Path() + "/Run/Black_1s.tif", darks.d1);
+  cv::imwrite(folder.Path() + "/Run/RawSignal_1.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(100)));
+  cv::imwrite(folder.Path() + "/Run/RawSignal_2.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(300)));
+  cv::imwrite(folder.Path() + "/Run/RawSignal_3.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(200)));
+  const auto corner = [](IOmbrixProcessing&, const cv::Mat& minimum) {
+    return minimum.at<float>(0, 0);
+  };
+  const std::string data = folder.Path() + "/";
+  CReusingPlugin reusing;
+  // Deep copies keep every frame; shared results are the one buffer, holding the last frame.
+  EXPECT_EQ(scenarios::RunDarkReferenceSequence(reusing, data, "Run",
+                                                scenarios::FrameKeeping::kDeepCopy, corner),
+            100.0f);
+  EXPECT_EQ(scenarios::RunDarkReferenceSequence(reusing, data, "Run",
+                                                scenarios::FrameKeeping::kShared, corner),
+            200.0f);
+  // Our plug-in gives every frame its own buffer, so both ways agree (raw minus the 150 s dark).
+  COmbrixProcessing plugin;
+  const float darkCorner = darks.d150.at<std::uint16_t>(0, 0);
+  EXPECT_EQ(scenarios::RunDarkReferenceSequence(plugin, data, "Run",
+                                                scenarios::FrameKeeping::kShared, corner),
+            100.0f - darkCorner);
+}
+
+TEST(OmbrixProcessingModule, GetInstanceMakesOnlyVariantZero) {
+  DynamicLibrary::Handle library = DynamicLibrary::Load(fs::path(OMBRIX_TEST_PROCESSING_MODULE));
+  ASSERT_NE(library, nullptr);
+  const auto entry =
+      reinterpret_cast<ProcessingFactoryFn>(DynamicLibrary::Resolve(library, "GetInstance"));
+  ASSERT_NE(entry, nullptr);
+  EXPECT_EQ(entry(1, nullptr), nullptr);
+  IOmbrixProcessing* object = entry(0, nullptr);
+  ASSERT_NE(object, nullptr);
+  cv::Mat result;
+  object->StackMinimum(
+      result, {cv::Mat(2, 2, CV_16U, cv::Scalar(7)), cv::Mat(2, 2, CV_16U, cv::Scalar(3))});
+  EXPECT_EQ(result.at<std::uint16_t>(1, 1), 3);
+  delete object;
+  DynamicLibrary::Free(library);
 }
 
 TEST(PluginScenarios, DoubledSeparatorOfTheMtfFileNamesIsAccepted) {

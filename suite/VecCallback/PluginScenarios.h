@@ -33,18 +33,16 @@ inline std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollectio
 // result, so a plug-in that reuses one buffer leaves that buffer repeated).
 enum class FrameKeeping { kDeepCopy, kShared };
 
-// The dark-reference sequence: dark frames, every "RawSignal_*.tif" of the folder in cv::glob
-// order pushed at 150 s, the pixel-wise minimum of the processed frames (started from a clone of
-// the first and combined with every frame, the first included), handed to finish(plugin, minimum).
-// -1.0 when the object is empty, the dark frames are refused or there is no raw frame.
+// Steps of the dark-reference sequence on a plug-in object: dark frames, every
+// "RawSignal_*.tif" of the folder in cv::glob order pushed at 150 s, the pixel-wise minimum of
+// the processed frames (started from a clone of the first and combined with every frame, the first
+// included), handed to finish(plugin, minimum). -1.0 when the dark frames are refused or there is
+// no raw frame. The frame and file lists are gone when it returns.
 template <class Finish>
-float DarkReferenceSequence(const std::string& dataFolder, const std::string& subfolder,
-                            FrameKeeping keeping, Finish finish) {
-  CFactoryCollection collection;
-  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection);
-  if (!plugin) return -1.0f;
-  if (!plugin->LoadDarkFrames(dataFolder + subfolder + OMBRIX_SEP "Black_150s.tif",
-                              dataFolder + subfolder + OMBRIX_SEP "Black_1s.tif", std::string())) {
+float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& dataFolder,
+                               const std::string& subfolder, FrameKeeping keeping, Finish finish) {
+  if (!plugin.LoadDarkFrames(dataFolder + subfolder + OMBRIX_SEP "Black_150s.tif",
+                             dataFolder + subfolder + OMBRIX_SEP "Black_1s.tif", std::string())) {
     return -1.0f;
   }
   std::vector<cv::String> files;
@@ -52,13 +50,13 @@ float DarkReferenceSequence(const std::string& dataFolder, const std::string& su
   if (files.empty()) return -1.0f;
   std::vector<cv::Mat> processed;
   for (const cv::String& file : files) {
-    plugin->BeginImage();
+    plugin.BeginImage();
     const cv::Mat image = cv::imread(file, cv::IMREAD_UNCHANGED);
     ExposedImage frame;
     frame.image = image;
     frame.exposure = 150.0f;
-    plugin->PushImage(frame);
-    cv::Mat result = plugin->GetProcessedImage();
+    plugin.PushImage(frame);
+    cv::Mat result = plugin.GetProcessedImage();
     if (keeping == FrameKeeping::kDeepCopy) {
       cv::Mat copy;
       result.copyTo(copy);
@@ -69,7 +67,17 @@ float DarkReferenceSequence(const std::string& dataFolder, const std::string& su
   }
   cv::Mat minimum = processed.front().clone();
   for (const cv::Mat& frame : processed) cv::min(minimum, frame, minimum);
-  return finish(*plugin, minimum);
+  return finish(plugin, minimum);
+}
+
+// The whole sequence with a plug-in object of its own: -1.0 when the object is empty.
+template <class Finish>
+float DarkReferenceSequence(const std::string& dataFolder, const std::string& subfolder,
+                            FrameKeeping keeping, Finish finish) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection);
+  if (!plugin) return -1.0f;
+  return RunDarkReferenceSequence(*plugin, dataFolder, subfolder, keeping, finish);
 }
 
 // Dark-chamber value of a folder: the number of defects as float, or -1.0.
