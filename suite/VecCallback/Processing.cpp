@@ -16,6 +16,7 @@
 #include "ImageCompare.h"
 #include "Platform.h"
 #include "PluginScenarios.h"
+#include "mtf/MtfMeasurement.h"
 
 using harness::Assert;
 
@@ -88,6 +89,49 @@ TEST_CLASS(LighSourceCalibration) {
     const float value = scenarios::LightSourceBody(*this, folder);
     Assert::IsTrue(!(value < 0.0f));
     Assert::IsTrue(!(std::fabs(value - expected) > 0.0001f));
+  }
+};
+
+TEST_CLASS(MTF) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+  CMtfMeasurement m_measurement;
+
+  MTF() { std::cout << "MTF use directory: " << m_dataFolder << std::endl; }
+
+  TEST_METHOD(TargetDetection) {
+    cv::Mat image = cv::imread(m_dataFolder + "FTM.tif", cv::IMREAD_UNCHANGED);
+    MtfTargetMap targets = m_measurement.MeasureTargets(image);
+    Assert::IsTrue(targets.size() == 5);
+    image = cv::imread(m_dataFolder + "FTM2.tif", cv::IMREAD_UNCHANGED);
+    targets = m_measurement.MeasureTargets(image);
+    Assert::IsTrue(targets.size() == 5);
+  }
+
+  TEST_METHOD(CutFrequency) {
+    cv::Mat image = cv::imread(m_dataFolder + "MTF_Edge1.tif", cv::IMREAD_UNCHANGED);
+    MtfResult sharp;
+    m_measurement.MeasureEdge(image, sharp);
+    Assert::IsTrue(sharp.cutFrequency >= 0.55f);
+    Assert::IsTrue(0.6f >= sharp.cutFrequency);
+    image = cv::imread(m_dataFolder + "MTF_Edge2.tif", cv::IMREAD_UNCHANGED);
+    MtfResult soft;
+    m_measurement.MeasureEdge(image, soft);
+    Assert::IsTrue(soft.cutFrequency >= 0.2f);
+    Assert::IsTrue(0.25f >= soft.cutFrequency);
+  }
+
+  TEST_METHOD(Efficiency) {
+    cv::Mat image = cv::imread(m_dataFolder + "MTF_Edge1.tif", cv::IMREAD_UNCHANGED);
+    MtfResult sharp;
+    m_measurement.MeasureEdge(image, sharp);
+    Assert::IsTrue(sharp.efficiency >= 99.5f);
+    Assert::IsTrue(100.0f >= sharp.efficiency);
+    image = cv::imread(m_dataFolder + "MTF_Edge2.tif", cv::IMREAD_UNCHANGED);
+    MtfResult soft;
+    m_measurement.MeasureEdge(image, soft);
+    Assert::IsTrue(soft.efficiency >= 45.0f);
+    Assert::IsTrue(45.5f >= soft.efficiency);
   }
 };
 

@@ -1,0 +1,200 @@
+// Oversampled edge profiles: bin placement, the bin-offset asymmetry, threading and pixel depths.
+#include <gtest/gtest.h>
+
+#include <opencv2/core.hpp>
+
+#include "Random.h"
+#include "mtf/EdgeProfile.h"
+
+namespace {
+
+cv::Mat RandomRegion(datagen::Random& random, int rows, int cols, int depth, int lo, int hi) {
+  cv::Mat region(rows, cols, CV_MAKETYPE(depth, 1));
+  cv::Mat values(rows, cols, CV_64F);
+  for (int r = 0; r < rows; ++r) {
+    for (int c = 0; c < cols; ++c) values.at<double>(r, c) = random.Int(lo, hi);
+  }
+  values.convertTo(region, region.type());
+  return region;
+}
+
+std::vector<double> Build(const cv::Mat& region, float slope, int threads = 1) {
+  EdgeProfiler profiler;
+  profiler.threadCount = threads;
+  return BuildEdgeProfile(profiler, region, slope);
+}
+
+TEST(BuildEdgeProfile, SlopeZeroFillsOnlyEveryOversamplingBin) {
+  const cv::Mat region = (cv::Mat_<double>(3, 5) << 1, 2, 3, 4, 5,  //
+                          3, 4, 5, 6, 7,                            //
+                          5, 6, 7, 8, 9);
+  EdgeProfiler profiler;
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.0f);
+  EXPECT_EQ(profiler.binOffset, 0);
+  ASSERT_EQ(esf.size(), 20u);
+  for (int i = 0; i < 20; ++i) {
+    const double expected = i % 4 == 0 ? 3.0 + i / 4 : 0.0;
+    EXPECT_EQ(esf[i], expected) << i;
+  }
+  EXPECT_EQ(profiler.esf.values, esf);
+  EXPECT_EQ(profiler.esf.origin, 0.0);
+  EXPECT_EQ(profiler.esf.step, 1.0);
+}
+
+TEST(BuildEdgeProfile, PositionsRoundUpWithCeil) {
+  // Row 1 projects to (c - 0.15) x 4 = -0.6 and 3.4: ceil gives 0 and 4 (round would give -1 and
+  // 3), so both rows share the bins of row 0.
+  const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
+  EdgeProfiler profiler;
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.15f);
+  // off = round(-0.15 x 4) = round(-0.6) = -1: binOffset -1, extra 1, bins 9, skip round(0.5) = 1.
+  EXPECT_EQ(profiler.binOffset, -1);
+  // Row 0: positions 0 and 4 -> bins 1 and 5; row 1: positions 0 and 4 -> bins 1 and 5.
+  const std::vector<double> expected = {20, 0, 0, 0, 30, 0, 0, 0};
+  EXPECT_EQ(esf, expected);
+}
+
+TEST(BuildEdgeProfile, NegativeProjectionOffsetShiftsTheBins) {
+  const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
+  EdgeProfiler profiler;
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.5f);
+  // off = round(-0.5 x 4) = -2 -> binOffset -2, extra 2, bins 10, skip 1.
+  // Row 0 lands in bins 2 and 6, row 1 (positions -2 and 2) in bins 0 and 4.
+  EXPECT_EQ(profiler.binOffset, -2);
+  const std::vector<double> expected = {0, 10, 0, 40, 0, 20, 0, 0};
+  EXPECT_EQ(esf, expected);
+}
+
+TEST(BuildEdgeProfile, PositiveProjectionOffsetIsNotUsedAsShift) {
+  const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
+  EdgeProfiler profiler;
+  profiler.binOffset = -7;  // overwritten by the run
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, -0.5f);
+  // off = round(0.5 x 4) = +2 is not a shift: binOffset 0, extra 2, bins 10, skip 1.
+  // Row 0 lands in bins 0 and 4, row 1 (positions 2 and 6) in bins 2 and 6.
+  EXPECT_EQ(profiler.binOffset, 0);
+  const std::vector<double> expected = {0, 30, 0, 20, 0, 40, 0, 0};
+  EXPECT_EQ(esf, expected);
+}
+
+TEST(BuildEdgeProfile, NegativeSlopeStillPlacesEveryPixel) {
+  // A constant region: every bin that receives a pixel averages to 7, and with a positive offset
+  // no pixel may fall outside the array, so the bins' counts sum to R x C. Averages cannot show
+  // counts, so compare with the oracle, which counts the same way, and check the constant.
+  const cv::Mat region(40, 30, CV_16UC1, cv::Scalar(7));
+  const std::vector<double> esf = Build(region, -0.13f);
+  std::int32_t offset = 99;
+  EXPECT_EQ(esf, BuildEdgeProfileReference(region, -0.13f, 4.0f, offset));
+  EXPECT_EQ(offset, 0);
+  ASSERT_EQ(esf.size(), 120u);
+  int filled = 0;
+  for (double v : esf) {
+    EXPECT_TRUE(v == 0.0 || v == 7.0);
+    filled += v == 7.0;
+  }
+  EXPECT_GT(filled, 100);
+}
+
+TEST(BuildEdgeProfile, ThreadCountsOneTwoThreeGiveIdenticalProfiles) {
+  datagen::Random random(5);
+  // R = 10 rows: three threads take 3, 3 and 4 rows.
+  const cv::Mat region = RandomRegion(random, 10, 37, CV_16U, 0, 60000);
+  const std::vector<double> one = Build(region, 0.21f, 1);
+  EXPECT_EQ(Build(region, 0.21f, 2), one);
+  EXPECT_EQ(Build(region, 0.21f, 3), one);
+  // More threads than rows: the leading chunks are empty and the last one takes every row.
+  EXPECT_EQ(Build(region, 0.21f, 12), one);
+  EXPECT_EQ(Build(region, 0.21f, 0), one);
+}
+
+TEST(BuildEdgeProfile, SixteenBitEqualsSixtyFourBitFloat) {
+  datagen::Random random(6);
+  const cv::Mat region16 = RandomRegion(random, 50, 40, CV_16U, 0, 65535);
+  cv::Mat region64;
+  region16.convertTo(region64, CV_64F);
+  EXPECT_EQ(Build(region16, 0.087f), Build(region64, 0.087f));
+}
+
+TEST(BuildEdgeProfile, AllSevenDepthsGiveTheSameProfile) {
+  datagen::Random random(7);
+  const cv::Mat base = RandomRegion(random, 30, 25, CV_64F, 0, 127);
+  const std::vector<double> expected = Build(base, 0.11f, 2);
+  for (int depth : {CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F}) {
+    cv::Mat region;
+    base.convertTo(region, CV_MAKETYPE(depth, 1));
+    EXPECT_EQ(Build(region, 0.11f, 2), expected) << "depth " << depth;
+  }
+}
+
+TEST(BuildEdgeProfile, SignedDepthsKeepNegativeValues) {
+  const cv::Mat region = (cv::Mat_<signed char>(1, 2) << -100, 50);
+  const std::vector<double> esf = Build(region, 0.0f);
+  const std::vector<double> expected = {-100, 0, 0, 0, 50, 0, 0, 0};
+  EXPECT_EQ(esf, expected);
+}
+
+TEST(BuildEdgeProfile, MatchesTheReferenceOnRandomRegions) {
+  datagen::Random random(8);
+  const int depths[] = {CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F};
+  for (int trial = 0; trial < 60; ++trial) {
+    const int depth = depths[random.Int(0, 6)];
+    const int rows = random.Int(1, 60);
+    const int cols = random.Int(1, 50);
+    const cv::Mat region = RandomRegion(random, rows, cols, depth, 0, 100);
+    const float slope = static_cast<float>(random.Uniform(-0.4, 0.4));
+    EdgeProfiler profiler;
+    profiler.threadCount = random.Int(1, 4);
+    profiler.oversampling = static_cast<float>(random.Int(1, 8));
+    const std::vector<double> esf = BuildEdgeProfile(profiler, region, slope);
+    std::int32_t offset = 0;
+    EXPECT_EQ(esf, BuildEdgeProfileReference(region, slope, profiler.oversampling, offset))
+        << "trial " << trial;
+    EXPECT_EQ(profiler.binOffset, offset);
+    EXPECT_LE(esf.size(), static_cast<std::size_t>(cols * profiler.oversampling));
+  }
+}
+
+TEST(BuildEdgeProfile, CropKeepsWidthBinsFromHalfTheExtra) {
+  // 9 rows, slope 0.25, oversampling 4: off = round(-8) = -8, extra 8, width 12, skip 4.
+  cv::Mat region(9, 3, CV_64F);
+  for (int r = 0; r < 9; ++r) {
+    for (int c = 0; c < 3; ++c) region.at<double>(r, c) = 100 * r + c;
+  }
+  EdgeProfiler profiler;
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.25f);
+  EXPECT_EQ(profiler.binOffset, -8);
+  ASSERT_EQ(esf.size(), 12u);
+  // Bin b holds the pixels with 4c - r = b - 8; the ESF starts at bin 4 (4c - r = -4).
+  // 4c - r = -4: (r=4,c=0) and (r=8,c=1) -> (400 + 801) / 2.
+  EXPECT_EQ(esf[0], (400.0 + 801.0) / 2.0);
+  // 4c - r = 3: (r=1,c=1) and (r=5,c=2) -> (101 + 502) / 2.
+  EXPECT_EQ(esf[7], (101.0 + 502.0) / 2.0);
+}
+
+TEST(BuildEdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
+  EdgeProfiler profiler;
+  try {
+    BuildEdgeProfile(profiler, cv::Mat(), 0.1f);
+    FAIL() << "no error";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsBadArg);
+    EXPECT_EQ(e.err, "empty region");
+    EXPECT_EQ(e.func, "BuildEdgeProfile");
+  }
+  try {
+    BuildEdgeProfile(profiler, cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(1)), 0.1f);
+    FAIL() << "no error";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
+    EXPECT_EQ(e.err, "region must have one channel");
+  }
+  try {
+    BuildEdgeProfile(profiler, cv::Mat(4, 4, CV_16FC1, cv::Scalar::all(1)), 0.1f);
+    FAIL() << "no error";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
+    EXPECT_EQ(e.err, "unsupported region depth");
+  }
+}
+
+}  // namespace

@@ -1,0 +1,333 @@
+// The MTF measurement object: edge-region preparation (transpose, refusal, flips, line fit),
+// single-edge and target measurement, region placement, the drawn picture.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+#include "SlantedEdge.h"
+#include "mtf/MtfMeasurement.h"
+
+namespace {
+
+constexpr double kPi = 3.141592653589793;
+
+datagen::SlantedEdge Edge(double angle, bool darkFirst, bool horizontal, double sigma = 1.0) {
+  datagen::SlantedEdge edge;
+  edge.rows = 200;
+  edge.cols = 100;
+  edge.angleDegrees = angle;
+  edge.sigma = sigma;
+  edge.dark = 1000.0;
+  edge.bright = 9000.0;
+  edge.darkFirst = darkFirst;
+  edge.horizontal = horizontal;
+  return edge;
+}
+
+// Dark tilted squares (side, tilt in degrees) on a bright ground, 4 x 4 supersampled and blurred a
+// little, as 8-bit.
+struct Square {
+  cv::Point2d centre;
+  double side;
+  double degrees;
+};
+
+cv::Mat RenderChart(cv::Size size, const std::vector<Square>& squares) {
+  cv::Mat chart(size, CV_64F, cv::Scalar(200.0));
+  for (int y = 0; y < size.height; ++y) {
+    for (int x = 0; x < size.width; ++x) {
+      double dark = 0.0;
+      for (int sy = 0; sy < 4; ++sy) {
+        for (int sx = 0; sx < 4; ++sx) {
+          const double px = x - 0.375 + 0.25 * sx;
+          const double py = y - 0.375 + 0.25 * sy;
+          for (const Square& s : squares) {
+            const double a = s.degrees * kPi / 180.0;
+            const double u = (px - s.centre.x) * std::cos(a) + (py - s.centre.y) * std::sin(a);
+            const double v = -(px - s.centre.x) * std::sin(a) + (py - s.centre.y) * std::cos(a);
+            if (std::fabs(u) <= s.side / 2 && std::fabs(v) <= s.side / 2) {
+              dark += 1.0 / 16.0;
+              break;
+            }
+          }
+        }
+      }
+      chart.at<double>(y, x) = 200.0 - 160.0 * dark;
+    }
+  }
+  cv::GaussianBlur(chart, chart, cv::Size(0, 0), 1.0);
+  cv::Mat chart8;
+  chart.convertTo(chart8, CV_8U);
+  return chart8;
+}
+
+TEST(CMtfMeasurement, DefaultsOfTheMeasurementObject) {
+  const CMtfMeasurement m;
+  EXPECT_EQ(m.detection.workingSize, 2048);
+  EXPECT_EQ(m.detection.cannyLow, 30.0f);
+  EXPECT_EQ(m.detection.cannyHigh, 50.0f);
+  EXPECT_EQ(m.detection.minimumAspect, 0.7f);
+  EXPECT_EQ(m.detection.minimumArea, 1000.0f);
+  EXPECT_EQ(m.detection.minimumAngle, 3.5f);
+  EXPECT_EQ(m.detection.maximumAngle, 8.0f);
+  EXPECT_EQ(m.detection.scale, 1.0);
+  EXPECT_EQ(m.oversampling, 4.0f);
+  EXPECT_EQ(m.pitch, 1.0f);
+  EXPECT_EQ(m.resolution, 1.0f);
+  EXPECT_EQ(m.efficiency, 0.0f);
+  EXPECT_EQ(m.centroidHalfWidth, 6.5);
+  EXPECT_EQ(m.regionLength, 0.8);
+  EXPECT_EQ(m.gamma, 1.0);
+  for (double v : m.edgeRegion) EXPECT_EQ(v, -1.0);
+  EXPECT_EQ(m.profiler.threadCount, 1);
+  EXPECT_EQ(m.profiler.oversampling, 4.0f);
+}
+
+TEST(CMtfMeasurement, OrientationFlipsBringEveryEdgeIntoOneOrientation) {
+  struct Case {
+    double angle;
+    bool darkFirst;
+    bool flipH;
+    bool flipV;
+  };
+  for (const Case& c : {Case{5.0, true, false, false}, Case{5.0, false, true, true},
+                        Case{-5.0, true, false, true}, Case{-5.0, false, true, false}}) {
+    for (bool horizontal : {false, true}) {
+      CMtfMeasurement m;
+      cv::Mat prepared;
+      float slope = 0.0f;
+      const cv::Mat image = datagen::RenderSlantedEdge(Edge(c.angle, c.darkFirst, horizontal));
+      ASSERT_TRUE(m.LocateEdge(image, prepared, slope));
+      SCOPED_TRACE(testing::Message() << c.angle << " " << c.darkFirst << " " << horizontal);
+      EXPECT_EQ(m.Transposed(), horizontal);
+      EXPECT_EQ(m.FlippedHorizontally(), c.flipH);
+      EXPECT_EQ(m.FlippedVertically(), c.flipV);
+      EXPECT_NEAR(slope, std::tan(5.0 * kPi / 180.0), 2e-4);
+      EXPECT_EQ(prepared.type(), CV_64FC1);
+      EXPECT_EQ(prepared.rows, 200);
+      // Dark on the left after preparation.
+      EXPECT_LT(prepared.at<double>(100, 0), prepared.at<double>(100, 99));
+    }
+  }
+}
+
+TEST(CMtfMeasurement, RegionsUnderSixRowsOrColumnsAreRefused) {
+  CMtfMeasurement m;
+  cv::Mat prepared;
+  float slope = 0.0f;
+  cv::Mat wide(5, 40, CV_16UC1, cv::Scalar(100));
+  wide.colRange(20, 40).setTo(900);
+  EXPECT_FALSE(m.LocateEdge(wide, prepared, slope));
+  EXPECT_TRUE(m.Transposed());
+  EXPECT_TRUE(prepared.empty());
+  cv::Mat narrow(40, 5, CV_16UC1, cv::Scalar(100));
+  EXPECT_FALSE(m.LocateEdge(narrow, prepared, slope));
+  EXPECT_FALSE(m.Transposed());
+  MtfResult result;
+  result.cutFrequency = 123.0f;
+  EXPECT_FALSE(m.MeasureEdge(narrow, result));
+  EXPECT_EQ(result.cutFrequency, 123.0f);
+  // Six by six with an edge is measured.
+  datagen::SlantedEdge small = Edge(5.0, true, false);
+  small.rows = 6;
+  small.cols = 6;
+  EXPECT_TRUE(m.LocateEdge(datagen::RenderSlantedEdge(small), prepared, slope));
+}
+
+TEST(CMtfMeasurement, EmptyImageMeasuresNothing) {
+  CMtfMeasurement m;
+  EXPECT_TRUE(m.MeasureTargets(cv::Mat()).empty());
+  MtfResult result;
+  EXPECT_FALSE(m.MeasureEdge(cv::Mat(), result));
+  EXPECT_EQ(result.cutFrequency, -1.0f);
+}
+
+TEST(CMtfMeasurement, ImageWithoutTargetsGivesAnEmptyMap) {
+  CMtfMeasurement m;
+  EXPECT_TRUE(m.MeasureTargets(cv::Mat(600, 800, CV_8UC1, cv::Scalar(128))).empty());
+  // A circle is no target either.
+  cv::Mat circle(600, 800, CV_8UC1, cv::Scalar(200));
+  cv::circle(circle, cv::Point(400, 300), 150, cv::Scalar(40), cv::FILLED, cv::LINE_AA);
+  EXPECT_TRUE(m.MeasureTargets(circle).empty());
+}
+
+TEST(CMtfMeasurement, EveryTargetGetsItsEdgesMeasured) {
+  const cv::Mat chart =
+      RenderChart(cv::Size(900, 500), {{{220, 250}, 260, 5.0}, {{640, 240}, 240, -7.0}});
+  CMtfMeasurement m;
+  m.detection.minimumAngle = 3.5f;
+  const MtfTargetMap targets = m.MeasureTargets(chart);
+  EXPECT_EQ(m.detection.minimumAngle, -180.0f);
+  EXPECT_EQ(m.detection.maximumAngle, 180.0f);
+  ASSERT_EQ(targets.size(), 2u);
+  EXPECT_EQ(targets.begin()->first, 1);
+  EXPECT_EQ(targets.rbegin()->first, 2);
+  for (const auto& [number, target] : targets) {
+    SCOPED_TRACE(number);
+    ASSERT_EQ(target.edges.size(), 4u);
+    const EdgeSide order[] = {EdgeSide::Left, EdgeSide::Top, EdgeSide::Right, EdgeSide::Bottom};
+    for (int i = 0; i < 4; ++i) {
+      const MtfEdge& edge = target.edges[i];
+      EXPECT_EQ(edge.side, order[i]);
+      EXPECT_EQ(edge.transposed, edge.side == EdgeSide::Top || edge.side == EdgeSide::Bottom);
+      // Tilted by 5 or 7 degrees, blurred by sigma 1 (0.25 px supersampling steps on top).
+      EXPECT_GT(std::fabs(edge.slope), 0.07f);
+      EXPECT_LT(std::fabs(edge.slope), 0.14f);
+      EXPECT_GT(edge.result.cutFrequency, 0.25f);
+      EXPECT_LT(edge.result.cutFrequency, 0.40f);
+      EXPECT_GT(edge.result.efficiency, 0.0f);
+    }
+    EXPECT_NEAR(target.box.size.width, number == 1 ? 260 : 240, 4.0);
+  }
+  EXPECT_GT(CMtfMeasurement::MeanEfficiency(targets), 50.0);
+}
+
+TEST(CMtfMeasurement, RegionsReachingOutsideTheImageAreSkipped) {
+  // The left side lies 60 px from the border; its region reaches 65 px out.
+  const cv::Mat chart = RenderChart(cv::Size(700, 500), {{{190, 250}, 260, 5.0}});
+  CMtfMeasurement m;
+  const MtfTargetMap targets = m.MeasureTargets(chart);
+  ASSERT_EQ(targets.size(), 1u);
+  const MtfTarget& target = targets.at(1);
+  ASSERT_EQ(target.edges.size(), 3u);
+  EXPECT_EQ(target.edges[0].side, EdgeSide::Top);
+  EXPECT_EQ(target.edges[1].side, EdgeSide::Right);
+  EXPECT_EQ(target.edges[2].side, EdgeSide::Bottom);
+  const auto regions = m.EdgeRegions(target.box);
+  EXPECT_LT(regions[0].second.x, 0);
+}
+
+TEST(CMtfMeasurement, EdgeRegionsCoverTheMiddleOfEachSide) {
+  const CMtfMeasurement m;
+  const auto regions = m.EdgeRegions(cv::RotatedRect({500.0f, 400.0f}, {300.0f, 300.0f}, 0.0f));
+  ASSERT_EQ(regions.size(), 4u);
+  EXPECT_EQ(regions[0].first, EdgeSide::Left);
+  EXPECT_EQ(regions[0].second, cv::Rect(275, 280, 150, 240));
+  EXPECT_EQ(regions[1].first, EdgeSide::Top);
+  EXPECT_EQ(regions[1].second, cv::Rect(380, 175, 240, 150));
+  EXPECT_EQ(regions[2].first, EdgeSide::Right);
+  EXPECT_EQ(regions[2].second, cv::Rect(575, 280, 150, 240));
+  EXPECT_EQ(regions[3].first, EdgeSide::Bottom);
+  EXPECT_EQ(regions[3].second, cv::Rect(380, 475, 240, 150));
+}
+
+TEST(CMtfMeasurement, HorizontalEdgeMeasuresLikeItsVerticalTranspose) {
+  CMtfMeasurement m;
+  MtfResult vertical;
+  MtfResult horizontal;
+  ASSERT_TRUE(m.MeasureEdge(datagen::RenderSlantedEdge(Edge(6.0, true, false)), vertical));
+  ASSERT_TRUE(m.MeasureEdge(datagen::RenderSlantedEdge(Edge(6.0, true, true)), horizontal));
+  EXPECT_TRUE(m.Transposed());
+  EXPECT_EQ(horizontal.esf.values, vertical.esf.values);
+  EXPECT_EQ(horizontal.cutFrequency, vertical.cutFrequency);
+  EXPECT_EQ(horizontal.efficiency, vertical.efficiency);
+}
+
+TEST(CMtfMeasurement, RowsWithoutARisingEdgeAreLeftOutOfTheFit) {
+  cv::Mat image = datagen::RenderSlantedEdge(Edge(4.0, true, false));
+  const cv::Mat reference = image.clone();
+  // Flat rows (derivative sum 0) and falling rows (sum below 0) at the top.
+  image.rowRange(0, 15).setTo(5000.0);
+  for (int r = 15; r < 25; ++r) {
+    for (int c = 0; c < image.cols; ++c) image.at<double>(r, c) = 9000.0 - 40.0 * c;
+  }
+  CMtfMeasurement m;
+  cv::Mat prepared;
+  float slope = 0.0f;
+  ASSERT_TRUE(m.LocateEdge(image, prepared, slope));
+  EXPECT_NEAR(slope, std::tan(4.0 * kPi / 180.0), 3e-4);
+}
+
+TEST(CMtfMeasurement, MultichannelImagesAreMeasuredThroughRgbToGrey) {
+  // Channel 0 sharp, channel 2 soft: RGB2GRAY weighs channel 0 by 0.299, BGR2GRAY by 0.114.
+  cv::Mat sharp;
+  cv::Mat soft;
+  datagen::RenderSlantedEdge(Edge(5.0, true, false, 0.6)).convertTo(sharp, CV_8U, 0.025);
+  datagen::RenderSlantedEdge(Edge(5.0, true, false, 2.0)).convertTo(soft, CV_8U, 0.025);
+  cv::Mat colour;
+  cv::merge(std::vector<cv::Mat>{sharp, soft, soft}, colour);
+  cv::Mat rgbGrey;
+  cv::Mat bgrGrey;
+  cv::cvtColor(colour, rgbGrey, cv::COLOR_RGB2GRAY);
+  cv::cvtColor(colour, bgrGrey, cv::COLOR_BGR2GRAY);
+  CMtfMeasurement m;
+  MtfResult fromColour;
+  MtfResult fromRgb;
+  MtfResult fromBgr;
+  ASSERT_TRUE(m.MeasureEdge(colour, fromColour));
+  ASSERT_TRUE(m.MeasureEdge(rgbGrey, fromRgb));
+  ASSERT_TRUE(m.MeasureEdge(bgrGrey, fromBgr));
+  EXPECT_EQ(fromColour.esf.values, fromRgb.esf.values);
+  EXPECT_EQ(fromColour.cutFrequency, fromRgb.cutFrequency);
+  EXPECT_NE(fromColour.cutFrequency, fromBgr.cutFrequency);
+}
+
+TEST(CMtfMeasurement, EdgeRegionSettingSelectsThePartMeasured) {
+  cv::Mat image(300, 260, CV_64F, cv::Scalar(5000.0));
+  const cv::Mat edge = datagen::RenderSlantedEdge(Edge(5.0, true, false));
+  edge.copyTo(image(cv::Rect(70, 40, 100, 200)));
+  CMtfMeasurement m;
+  MtfResult whole;
+  MtfResult expected;
+  ASSERT_TRUE(m.MeasureEdge(edge, expected));
+  m.edgeRegion[0] = 70;
+  m.edgeRegion[1] = 40;
+  m.edgeRegion[2] = 100;
+  m.edgeRegion[3] = 200;
+  MtfResult part;
+  ASSERT_TRUE(m.MeasureEdge(image, part));
+  EXPECT_EQ(part.esf.values, expected.esf.values);
+  m.edgeRegion[2] = 300;  // reaches outside
+  EXPECT_FALSE(m.MeasureEdge(image, whole));
+}
+
+TEST(CMtfMeasurement, GammaLinearisesEncodedValues) {
+  const cv::Mat linear = datagen::RenderSlantedEdge(Edge(5.0, true, false, 1.2));
+  cv::Mat encoded;
+  cv::pow(linear, 2.0, encoded);
+  CMtfMeasurement m;
+  MtfResult reference;
+  ASSERT_TRUE(m.MeasureEdge(linear, reference));
+  MtfResult raw;
+  ASSERT_TRUE(m.MeasureEdge(encoded, raw));
+  m.gamma = 2.0;
+  MtfResult linearised;
+  ASSERT_TRUE(m.MeasureEdge(encoded, linearised));
+  EXPECT_NEAR(linearised.cutFrequency, reference.cutFrequency, 1e-5);
+  EXPECT_GT(std::fabs(raw.cutFrequency - reference.cutFrequency), 1e-3);
+}
+
+TEST(CMtfMeasurement, DrawResultsOutlinesTargetsAndRegions) {
+  const cv::Mat chart = RenderChart(cv::Size(700, 500), {{{350, 250}, 260, 5.0}});
+  CMtfMeasurement m;
+  const MtfTargetMap targets = m.MeasureTargets(chart);
+  ASSERT_EQ(targets.size(), 1u);
+  cv::Mat output;
+  CMtfMeasurement::DrawResults(chart, targets, output);
+  EXPECT_EQ(output.type(), CV_8UC3);
+  EXPECT_EQ(output.size(), chart.size());
+  const cv::Rect r = targets.at(1).edges.at(0).region;
+  EXPECT_EQ(output.at<cv::Vec3b>(r.y + r.height / 2, r.x), cv::Vec3b(0, 200, 0));
+  // Labels are drawn above the regions.
+  cv::Mat grey;
+  cv::cvtColor(chart, grey, cv::COLOR_GRAY2BGR);
+  const cv::Rect label(r.x, r.y - 16, 80, 14);
+  EXPECT_GT(cv::norm(output(label), grey(label), cv::NORM_L1), 0.0);
+}
+
+TEST(CMtfMeasurement, MeanEfficiencyOverAllEdges) {
+  MtfTargetMap targets;
+  EXPECT_EQ(CMtfMeasurement::MeanEfficiency(targets), -1.0);
+  MtfEdge a;
+  a.result.efficiency = 40.0f;
+  MtfEdge b;
+  b.result.efficiency = 50.0f;
+  MtfEdge c;
+  c.result.efficiency = 60.0f;
+  targets[1].edges = {a, b};
+  targets[2].edges = {c};
+  EXPECT_DOUBLE_EQ(CMtfMeasurement::MeanEfficiency(targets), 50.0);
+}
+
+}  // namespace
