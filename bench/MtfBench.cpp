@@ -1,0 +1,169 @@
+// The slanted-edge MTF measurement: the full target measurement of the 2048 x 1536 chart of
+// "FTM.tif" (rendered here with the same layout and blur) next to the target detection it starts
+// with, and the edge profile with 1 and 2 threads next to its straightforward single-threaded form.
+// The ratios are printed after the table.
+//   mtf_bench [--benchmark_filter=...]
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <opencv2/core.hpp>
+#include <string>
+#include <vector>
+
+#include "MtfChart.h"
+#include "MtfChartLayouts.h"
+#include "SlantedEdge.h"
+#include "mtf/MtfMeasurement.h"
+
+namespace {
+
+const cv::Mat& Chart() {
+  static const cv::Mat chart = [] {
+    cv::Mat image = 30.0 + 190.0 * datagen::RenderChart(datagen::FtmLayout(), datagen::kFtmSigma);
+    datagen::AddNoise(image, 0.7, 99);
+    cv::Mat out;
+    image.convertTo(out, CV_8U);
+    return out;
+  }();
+  return chart;
+}
+
+// A slanted edge the size of a large region (2048 rows, 512 columns) and of a chart target's side
+// region (240 x 150), as 16-bit.
+cv::Mat Edge(int rows, int cols) {
+  datagen::SlantedEdge edge;
+  edge.rows = rows;
+  edge.cols = cols;
+  edge.angleDegrees = 5.0;
+  edge.sigma = 1.4;
+  edge.dark = 2000.0;
+  edge.bright = 12000.0;
+  edge.noise = 20.0;
+  return datagen::RenderSlantedEdge16U(edge);
+}
+
+const cv::Mat& LargeEdge() {
+  static const cv::Mat edge = Edge(2048, 512);
+  return edge;
+}
+
+const cv::Mat& SideEdge() {
+  static const cv::Mat edge = Edge(240, 150);
+  return edge;
+}
+
+void MeasureTargets(benchmark::State& state) {
+  CMtfMeasurement measurement;
+  MtfTargetMap targets;
+  for (auto _ : state) {
+    targets = measurement.MeasureTargets(Chart());
+    benchmark::DoNotOptimize(targets.size());
+  }
+  int edges = 0;
+  for (const auto& entry : targets) edges += static_cast<int>(entry.second.edges.size());
+  state.counters["targets"] = static_cast<double>(targets.size());
+  state.counters["edges"] = edges;
+  state.counters["meanEfficiency"] = CMtfMeasurement::MeanEfficiency(targets);
+}
+
+void DetectTargetsOnly(benchmark::State& state) {
+  TargetDetectionSettings settings;
+  settings.minimumAngle = -180.0f;
+  settings.maximumAngle = 180.0f;
+  std::vector<ContourRecord> targets;
+  for (auto _ : state) {
+    DetectTargets(settings, targets, Chart());
+    benchmark::DoNotOptimize(targets.data());
+  }
+  state.counters["targets"] = static_cast<double>(targets.size());
+}
+
+void MeasureSideRegion(benchmark::State& state) {
+  CMtfMeasurement measurement;
+  MtfResult result;
+  for (auto _ : state) {
+    measurement.MeasureRegion(SideEdge(), result);
+    benchmark::DoNotOptimize(result.cutFrequency);
+  }
+}
+
+void Profile(benchmark::State& state, const cv::Mat& region, int threads) {
+  EdgeProfiler profiler;
+  profiler.threadCount = threads;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(BuildEdgeProfile(profiler, region, 0.0875f).data());
+  }
+}
+
+void ProfileReference(benchmark::State& state, const cv::Mat& region) {
+  std::int32_t offset = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(BuildEdgeProfileReference(region, 0.0875f, 4.0f, offset).data());
+  }
+}
+
+void ProfileLarge1(benchmark::State& state) { Profile(state, LargeEdge(), 1); }
+void ProfileLarge2(benchmark::State& state) { Profile(state, LargeEdge(), 2); }
+void ProfileLargeReference(benchmark::State& state) { ProfileReference(state, LargeEdge()); }
+void ProfileSide1(benchmark::State& state) { Profile(state, SideEdge(), 1); }
+void ProfileSide2(benchmark::State& state) { Profile(state, SideEdge(), 2); }
+void ProfileSideReference(benchmark::State& state) { ProfileReference(state, SideEdge()); }
+
+BENCHMARK(MeasureTargets)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(DetectTargetsOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(MeasureSideRegion)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(ProfileLarge1)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ProfileLarge2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ProfileLargeReference)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ProfileSide1)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(ProfileSide2)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(ProfileSideReference)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
+        seconds_[run.benchmark_name()] =
+            run.real_accumulated_time / static_cast<double>(run.iterations);
+      }
+    }
+  }
+  void PrintRatio(const std::string& what, const std::string& run,
+                  const std::string& reference) const {
+    const auto r = seconds_.find(reference + "/real_time");
+    const auto f = seconds_.find(run + "/real_time");
+    if (r == seconds_.end() || f == seconds_.end()) return;
+    std::printf("%-52s %9.3f ms / %9.3f ms = %5.2f\n", what.c_str(), 1e3 * f->second,
+                1e3 * r->second, f->second / r->second);
+  }
+
+ private:
+  std::map<std::string, double> seconds_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  // Render before timing.
+  Chart();
+  LargeEdge();
+  SideEdge();
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  std::printf("\nRatios (same process):\n");
+  reporter.PrintRatio("target measurement / detection alone (2048 x 1536)", "MeasureTargets",
+                      "DetectTargetsOnly");
+  reporter.PrintRatio("profile 2048 x 512, 1 thread / reference", "ProfileLarge1",
+                      "ProfileLargeReference");
+  reporter.PrintRatio("profile 2048 x 512, 2 threads / 1 thread", "ProfileLarge2", "ProfileLarge1");
+  reporter.PrintRatio("profile 240 x 150, 1 thread / reference", "ProfileSide1",
+                      "ProfileSideReference");
+  reporter.PrintRatio("profile 240 x 150, 2 threads / 1 thread", "ProfileSide2", "ProfileSide1");
+  benchmark::Shutdown();
+  return 0;
+}
