@@ -72,12 +72,15 @@ double ComputeFeature(const ContourRecord& record, ContourFeature feature);
 // True when the comparison passes for x with the criterion's bounds.
 bool ComparisonPasses(Comparison comparison, double x, double first, double second);
 
-// Minimum-area rectangle of the points with its angle in the convention of OpenCV up to 4.5.0:
-// angle in [-90, 0), width along the edge that the angle turns from the x axis. OpenCV 4.5.1
-// changed cv::minAreaRect to report angles in (0, 90]; the box angle features are written for the
-// older reading, so every box they look at goes through here.
+// Minimum-area rectangle of the points in the convention of OpenCV up to 4.5.0: angle in
+// [-90, 0) (0 for some upright boxes), width along the side that the angle turns from the x axis.
+// OpenCV 4.5.1 takes the hull the other way round, so cv::minAreaRect reports angles in (0, 90]
+// with width and height exchanged; the box-angle features are written for the older reading, so
+// every box they look at goes through here.
 cv::RotatedRect MinAreaRectLegacy(const std::vector<cv::Point>& points);
-// The conversion itself, for a rectangle that cv::minAreaRect of OpenCV >= 4.5.1 returned.
+// The conversion itself, for a rectangle that cv::minAreaRect of OpenCV >= 4.5.1 returned:
+// 90 -> -90 with the same sides; 0 stays (an upright box, same sides in both versions); a in
+// (0, 90) -> a - 90 with width and height exchanged; a segment (height 0) turns by 180 degrees.
 cv::RotatedRect ToLegacyBoxAngle(const cv::RotatedRect& box);
 
 // The box-angle features (AbsoluteBoxAngle, FoldedBoxAngle) of a rectangle in the legacy
@@ -98,8 +101,9 @@ bool FindEdgeContours(ContourSet& set, const cv::Mat& image, double low, double 
 // accepted), rejected or dropped according to the criterion's action. Order is kept.
 void ApplyCriterion(ContourSet& set, const FilterCriterion& criterion);
 
-// Keeps the first of nested or overlapping candidates: a candidate is dropped when the rounded
-// enclosing-circle centre of an already kept candidate lies inside or on it.
+// Keeps the first of nested or overlapping candidates: a candidate is dropped when the
+// enclosing-circle centre of an already kept candidate, rounded to whole pixels with cvRound
+// (halves to even, as OpenCV converts a float point), lies inside or on it.
 void RemoveNestedCandidates(ContourSet& set);
 
 // Polygon simplification in place: cv::approxPolyDP (closed) with the given epsilon, and
