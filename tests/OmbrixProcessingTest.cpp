@@ -20,6 +20,7 @@
 #include "OmbrixProcessing.h"
 #include "StackStatistics.h"
 #include "VecCallback/PluginScenarios.h"
+#include "mtf/MtfMeasurement.h"
 
 namespace {
 
@@ -411,6 +412,30 @@ TEST(StackStatistics, BadListsRaiseClearErrors) {
     ExpectCvError(run({a, cv::Mat(3, 3, CV_8UC2)}), cv::Error::StsUnmatchedFormats,
                   "images differ in type", function);
   }
+}
+
+// ---- Technician's MTF figure -------------------------------------------------------------------
+
+TEST(OmbrixProcessing, TechnicianFigureIsTheMeanEfficiencyOverEveryEdgeOfEveryTarget) {
+  COmbrixProcessing plugin;
+  for (const char* chart : {"FTM.tif", "TestEntreeFTM.tif"}) {
+    const cv::Mat image = cv::imread(kData + chart, cv::IMREAD_UNCHANGED);
+    ASSERT_FALSE(image.empty()) << chart;
+    CMtfMeasurement measurement;
+    const MtfTargetMap targets = measurement.MeasureTargets(image);
+    double sum = 0.0;
+    int edges = 0;
+    for (const auto& target : targets) {
+      for (const MtfEdge& edge : target.second.edges) {
+        sum += edge.result.efficiency;
+        ++edges;
+      }
+    }
+    ASSERT_GT(edges, 4) << chart;
+    EXPECT_NEAR(plugin.ComputeMtf(image), sum / edges, 1e-4) << chart;
+  }
+  EXPECT_EQ(plugin.ComputeMtf(cv::Mat()), -1.0f);
+  EXPECT_EQ(plugin.ComputeMtf(cv::Mat(64, 64, CV_8U, cv::Scalar(128))), -1.0f);
 }
 
 // ---- The loadable module --------------------------------------------------------------------

@@ -16,7 +16,7 @@
 //   of at least 16 px more than 6 x 1.4826 x MAD above the median); -1 for an unusable image.
 // - ComputeLightSourceFactor(min): central mean (middle half each way) over the nominal level,
 //   20000 ADU for 150 s, scaled to the exposure of the last frame pushed (150 s when none was);
-//   -1 for an unusable image (CLightSourceCalibration).
+//   -1 for an unusable image or a last exposure of 0 s (CLightSourceCalibration).
 // - ComputeMtf(image): the technician's figure: the mean efficiency (percent) over every edge of
 //   every target that the MTF measurement (CMtfMeasurement::MeasureTargets) finds; -1 when none.
 // - SetAlgoParameters / SetAlgorithmMode / DetectObjects: spot detection (CSpotDetector) on the
