@@ -239,6 +239,33 @@ TEST(LegacyBoxAngle, MinAreaRectOfAnUprightSquareReadsMinusNinety) {
   EXPECT_EQ(box.angle, -90.0f);
 }
 
+TEST(LegacyBoxAngle, MinAreaRectOfADiamondReadsMinusFortyFive) {
+  // A square turned by 45 degrees: 4.2's calipers give -45 (4.5.1: +45).
+  const std::vector<cv::Point> diamond{{0, 10}, {10, 0}, {20, 10}, {10, 20}};
+  const cv::RotatedRect box = MinAreaRectLegacy(diamond);
+  EXPECT_EQ(box.angle, -45.0f);
+  EXPECT_NEAR(box.size.width, 14.142f, 1e-3);
+  EXPECT_NEAR(box.size.height, 14.142f, 1e-3);
+  EXPECT_NEAR(Feature(diamond, ContourFeature::FoldedBoxAngle), 45.0, 1e-5);
+  EXPECT_NEAR(Feature(diamond, ContourFeature::AbsoluteBoxAngle), 45.0, 1e-5);
+}
+
+TEST(LegacyBoxAngle, MinAreaRectOfATiltedSquareAndAnUprightRectangle) {
+  // Square with sides along (1, -2) and (2, 1): 4.2 reads -63.435 (4.5.1: 26.565).
+  const std::vector<cv::Point> tilted{{0, 20}, {10, 0}, {30, 10}, {20, 30}};
+  const cv::RotatedRect box = MinAreaRectLegacy(tilted);
+  EXPECT_NEAR(box.angle, -63.4350f, 1e-3);
+  EXPECT_NEAR(Feature(tilted, ContourFeature::FoldedBoxAngle), 26.565, 1e-3);
+  EXPECT_NEAR(Feature(tilted, ContourFeature::AbsoluteBoxAngle), 63.435, 1e-3);
+  // Upright 20 x 40: -90 with the 40 side as width; folded 0, absolute 90.
+  const std::vector<cv::Point> upright{{0, 0}, {0, 40}, {20, 40}, {20, 0}};
+  const cv::RotatedRect rect = MinAreaRectLegacy(upright);
+  EXPECT_EQ(rect.angle, -90.0f);
+  EXPECT_EQ(rect.size, cv::Size2f(40, 20));
+  EXPECT_EQ(Feature(upright, ContourFeature::FoldedBoxAngle), 0.0);
+  EXPECT_EQ(Feature(upright, ContourFeature::AbsoluteBoxAngle), 90.0);
+}
+
 TEST(LegacyBoxAngle, MinAreaRectAnglesStayInTheLegacyRangeAndKeepTheRectangle) {
   cv::RNG rng(20240607);
   for (int trial = 0; trial < 500; ++trial) {
