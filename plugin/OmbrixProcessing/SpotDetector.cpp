@@ -26,8 +26,12 @@ constexpr double kThinFraction = 0.75;
 // Cleaning passes: a faint hit on the flank of a brighter one only stands out once the brighter
 // one is gone; the loop ends early as soon as a pass finds nothing.
 constexpr int kMaxCleaningPasses = 3;
-// The 16-bit disc median sees the frame shifted so that its background sits mid-range.
-constexpr double kShift = 32768.0;
+// The 16-bit disc median sees the frame shifted so that its background sits at 16384 and clipped
+// at 32767: where the image edge cuts a disc to an even count, the core's median clears the top
+// bit of its result, so no sample may reach 32768. Clipping only touches samples more than 16383
+// ADU above the background, which are outliers either way.
+constexpr double kShift = 16384.0;
+constexpr double kShiftedCeiling = 32767.0;
 constexpr double kPi = 3.14159265358979323846;
 
 double MedianInPlace(std::vector<float>& values) {
@@ -157,12 +161,14 @@ int CSpotDetector::RemoveCosmicRays(const cv::Mat& frame32f, double background, 
   std::vector<int> stack;
   std::vector<std::pair<int, float>> replacements;
   for (int pass = 0; pass < kMaxCleaningPasses; ++pass) {
-    // The disc medians are the core's 16-bit ones, on frames shifted to put the background
-    // mid-range; rounding there moves a comparison by at most half an ADU.
-    cleaned.convertTo(shifted, CV_16U, 1.0, kShift - background);
+    // The disc medians are the core's 16-bit ones on shifted, clipped frames; rounding there
+    // moves a comparison by at most half an ADU.
+    cv::min(cleaned, background + kShiftedCeiling - kShift, shifted);
+    shifted.convertTo(shifted, CV_16U, 1.0, kShift - background);
     CFilterCosmicRay::MedianBlur(shifted, discMedian, radius);
     cv::medianBlur(cleaned, median3, 3);
-    median3.convertTo(shiftedMedian3, CV_16U, 1.0, kShift - background);
+    cv::min(median3, background + kShiftedCeiling - kShift, shiftedMedian3);
+    shiftedMedian3.convertTo(shiftedMedian3, CV_16U, 1.0, kShift - background);
     CFilterCosmicRay::MedianBlur(shiftedMedian3, coarse, radius);
 
     // Outliers stand more than threshold above their disc median; seeds are the outliers that
