@@ -228,7 +228,7 @@ MtfTargetMap CMtfMeasurement::MeasureTargets(const cv::Mat& image) {
   int number = 0;
   for (const ContourRecord& polygon : polygons) {
     MtfTarget target;
-    target.box = cv::minAreaRect(polygon.points);
+    target.box = MinAreaRectLegacy(polygon.points);
     for (const auto& [side, rect] : EdgeRegions(target.box)) {
       if (!InsideImage(rect, grey)) continue;
       MtfEdge edge;

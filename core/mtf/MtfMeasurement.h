@@ -54,7 +54,8 @@ struct MtfEdge {
   MtfResult result;
 };
 
-// One detected target: the minimum-area rectangle of its polygon and its measured edges.
+// One detected target: the minimum-area rectangle of its polygon (cv::minAreaRect, angle in
+// [-90, 0) as OpenCV reported it up to 4.5.0, whatever the OpenCV version) and its measured edges.
 struct MtfTarget {
   cv::RotatedRect box;
   std::vector<MtfEdge> edges;
