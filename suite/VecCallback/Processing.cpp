@@ -92,6 +92,61 @@ TEST_CLASS(LighSourceCalibration) {
   }
 };
 
+// The detection body: one image of a folder through the plug-in's detection sequence (parameters,
+// dark frames, the frame at 150 s, mode 2, detection with level 2 and true). The number of
+// detected objects, or -1 when the object is empty or the dark frames are refused. The list and
+// the images are declared after the plug-in pointer, so they go before it, and it before the
+// collection.
+template <class Test>
+static int DetectionBody(const Test& test, const std::string& subfolder,
+                         const std::string& imageName, const AlgoParameters& parameters) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+  if (!plugin) return -1;
+  plugin->SetAlgoParameters(parameters);
+  if (!plugin->LoadDarkFrames(test.m_dataFolder + subfolder + OMBRIX_SEP "Black_150s.tif",
+                              test.m_dataFolder + subfolder + OMBRIX_SEP "Black_1s.tif",
+                              std::string())) {
+    return -1;
+  }
+  plugin->BeginImage();
+  ExposedImage frame;
+  frame.image =
+      cv::imread(test.m_dataFolder + subfolder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED);
+  frame.exposure = 150.0f;
+  plugin->PushImage(frame);
+  plugin->SetAlgorithmMode(2);
+  std::vector<DetectedObject> objects;
+  cv::Mat firstImage;
+  cv::Mat secondImage;
+  plugin->DetectObjects(objects, firstImage, secondImage, 2, true);
+  return static_cast<int>(objects.size());
+}
+
+TEST_CLASS(VerifAlgo) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  VerifAlgo() { std::cout << "VerifAlgo use directory: " << m_dataFolder << std::endl; }
+
+  TEST_METHOD(LowExposure) { Assert::IsTrue(!(Run("LowExposure.tif", false) > 0)); }
+
+  TEST_METHOD(PTC_AlgoNominal) { Assert::IsTrue(Run("PTC.tif", true) == 117); }
+
+  TEST_METHOD(PTC_NegatifCtrl) { Assert::IsTrue(Run("PTC_NEG.tif", false) == 0); }
+
+  TEST_METHOD(PTC_PositifCtrl) { Assert::IsTrue(Run("PTC.tif", false) >= 19); }
+
+  TEST_METHOD(Test_1) { Assert::IsTrue(!(Run("Image_1.tif", true) > 0)); }
+
+ private:
+  // The record every method passes; only the flag differs.
+  int Run(const std::string& imageName, bool flag) {
+    const AlgoParameters parameters{3, 100, 2, 1000, 2, 3.2f, 800, 0x00050046u, flag};
+    return DetectionBody(*this, "ValidationAlgo1", imageName, parameters);
+  }
+};
+
 TEST_CLASS(MTF) {
  public:
   std::string m_dataFolder = FindDataFolder();
