@@ -17,8 +17,8 @@ constexpr double kMadToSigma = 1.4826;
 const double kQuantizationNoise = 1.0 / std::sqrt(12.0);
 // Fine-structure limit (as in L.A.Cosmic): a hit stands out of its 3x3 median by more than twice
 // the structure that the 3x3 median itself keeps against its disc median. A spot resolved by the
-// optics survives the 3x3 median, so its samples stay near or below 1; a hot pixel or a
-// cosmic-ray track does not, so its ratio is large.
+// optics survives the 3x3 median, so that ratio stays near or below 1 on its samples; a hot pixel
+// or a cosmic-ray track does not survive it, so its ratio is large.
 constexpr double kObjectLimit = 2.0;
 // A seed that is no local maximum must lose more than this fraction of its height above the
 // background to its 3x3 median; a spot's flank loses about half, a track's end nearly all.

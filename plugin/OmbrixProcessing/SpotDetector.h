@@ -3,29 +3,40 @@
 // Detect accepts any non-empty single-channel image (the plug-in hands it 32-bit float frames).
 //
 // Meaning of the nine AlgoParameters fields (the host's values in brackets):
-//   1 cosmicRayRadius [3]      disc radius of the cosmic-ray step (CFilterCosmicRay); 0 disables
-//                              the step.
-//   2 cosmicRayThreshold [100] a sample more than this many ADU above the median of its disc is a
-//                              hit (cosmic ray, hot pixel) and takes the median's value.
-//   3 smoothingSigma [2]       sigma of the Gaussian smoothing (CGaussianBlur) that the threshold
-//                              is applied to; 0 thresholds the cleaned frame itself.
+//   1 cosmicRayRadius [3]      disc radius of the cosmic-ray step (the disc median of
+//                              CFilterCosmicRay); 0 disables the step.
+//   2 cosmicRayThreshold [100] a sample more than this many ADU above the median of its disc is an
+//                              outlier; outliers that are also sharp (see RemoveCosmicRays) seed a
+//                              hit (cosmic ray, hot pixel), which is refilled from its
+//                              surroundings.
+//   3 smoothingSigma [2]       sigma of the Gaussian smoothing (CGaussianBlur, separable) that the
+//                              threshold is applied to; 0 thresholds the cleaned frame itself.
 //   4 maxObjectArea [1000]     largest accepted footprint, pixels.
 //   5 minObjectRadius [2]      smallest accepted equivalent radius sqrt(area / pi), pixels.
 //   6 thresholdFactor [3.2]    footprint threshold: the smoothed frame must exceed the background
-//                              by this many times the robust noise of the unsmoothed frame.
-//   7 minControlPeak [800]     control mode: the brightest sample of the footprint must exceed
-//                              the background by more than this many ADU.
+//                              (median of the frame) by this many times the robust noise
+//                              (1.4826 x MAD) of the unsmoothed frame.
+//   7 minControlPeak [800]     control mode: the brightest sample of the footprint in the cleaned,
+//                              unsmoothed frame must exceed the background by more than this.
 //   8 marginAndCircularity [0x00050046]  high half: border margin in pixels (no footprint pixel
 //                              may lie closer to the edge); low half: minimum circularity in
-//                              percent (4 pi area / perimeter^2 of the footprint's outer contour).
+//                              percent (4 pi area / perimeter^2 of the footprint's outer contour,
+//                              cv::contourArea and cv::arcLength).
 //   9 nominalMode [true]       true: nominal mode, objects are whatever passes the statistical
 //                              threshold and the shape tests; false: control mode, which in
-//                              addition requires the absolute peak of field 7.
+//                              addition requires the absolute peak of field 7. Both modes share
+//                              the footprints, so control objects are a subset of nominal ones.
 //
 // Why the threshold uses the noise of the unsmoothed frame: the smoothing acts as a matched filter
-// for spots, and its output noise is several times below the per-sample noise, so a threshold of a
-// few per-sample sigmas sits far above the smoothed noise and a frame of pure noise yields no
-// object at all, while a spot concentrates its flux and stays well above it.
+// for spots, and its output noise is several times below the per-sample noise (about 7 times for
+// sigma 2), so a threshold of a few per-sample sigmas sits far above the smoothed noise and a
+// frame of pure noise yields no object at all, while a spot concentrates its flux and stays well
+// above it.
+//
+// Measurements: the centroid is weighted by the smoothed excess over the background, the area is
+// the footprint's sample count, the peak is read from the cleaned frame. Spots must be resolved
+// by the optics (PSF sigma of about 1.2 px or more) to be told from cosmic rays; sharper ones are
+// treated as hits. Every step is deterministic (exact order statistics, raster-order labels).
 #pragma once
 
 #include <cstdint>
@@ -105,11 +116,14 @@ class CSpotDetector {
   // same numbers.
   static void RobustStatistics(const cv::Mat& frame32f, double& median, double& noise);
 
-  // The cosmic-ray step. A hit is a sample more than threshold above the median of its disc of
-  // the given radius (the core's 16-bit disc median) that is also sharp: it stands out of its 3x3
-  // median by more than 40 % of its height above the background, which no optical spot does.
-  // Hits grow by one sample in every direction and take the median of the disc samples outside
-  // the grown mask. Float in, float out; returns the number of replaced samples.
+  // The cosmic-ray step, repeated while it finds something (at most three passes). An outlier
+  // stands more than threshold above the median of its disc of the given radius (the core's
+  // 16-bit disc median). A seed is an outlier that stands out of its 3x3 median by more than
+  // twice the fine structure (3x3 median minus the disc median of the 3x3 median image, as in
+  // L.A.Cosmic) and is either a local maximum or loses more than 75 % of its height above the
+  // background to its 3x3 median (the end of a track). A hit is every outlier 8-connected to a
+  // seed; it grows by one sample in every direction and takes the median of the disc samples
+  // outside the grown mask. Float in, float out; returns the number of replaced samples.
   static int RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius, int threshold,
                               cv::Mat& cleaned);
 
