@@ -25,8 +25,9 @@
 //   centroidHalfWidth (6.5) pixels of the first-pass line, which removes the noise of the flat
 //   parts (whose far columns weigh most in a centroid) and any second edge in the region. The
 //   second fit gives the slope.
-// - gamma (1.0): the sensor's response exponent; values are raised to 1 / gamma after the double
-//   conversion when it differs from 1, so the profile is linear in light.
+// - gamma (1.0): the sensor's response exponent; when it is positive and not 1, values are
+//   clipped at 0 and raised to 1 / gamma after the double conversion, so the profile is linear in
+//   light.
 // - edgeRegion (-1.0, -1.0, -1.0, -1.0): left, top, width, height of the part of the image that
 //   the single-edge measurement uses; any negative value means the whole image.
 #pragma once
