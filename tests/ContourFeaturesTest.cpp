@@ -506,6 +506,32 @@ TEST(RemoveNestedCandidates, TheKeptCentreIsRoundedHalfToEven) {
   EXPECT_EQ(set.candidates.size(), 1u);
 }
 
+TEST(RemoveNestedCandidates, MatchesTheStepByStepWalkOnRandomSets) {
+  cv::RNG rng(31337);
+  for (int trial = 0; trial < 200; ++trial) {
+    ContourSet set;
+    const int count = rng.uniform(0, 25);
+    for (int i = 0; i < count; ++i) {
+      const cv::Point2d c(rng.uniform(0.0, 400.0), rng.uniform(0.0, 400.0));
+      const double half = rng.uniform(3.0, 80.0), t = rng.uniform(0.0, CV_PI);
+      std::vector<cv::Point> polygon;
+      const int corners = rng.uniform(3, 7);
+      for (int k = 0; k < corners; ++k) {
+        const double a = t + 2 * CV_PI * k / corners;
+        polygon.emplace_back(cvRound(c.x + half * std::cos(a)), cvRound(c.y + half * std::sin(a)));
+      }
+      set.candidates.push_back(Record(polygon));
+    }
+    ContourSet reference = set;
+    RemoveNestedCandidates(set);
+    RemoveNestedCandidatesReference(reference);
+    ASSERT_EQ(set.candidates.size(), reference.candidates.size()) << trial;
+    for (std::size_t i = 0; i < set.candidates.size(); ++i) {
+      EXPECT_EQ(set.candidates[i].points, reference.candidates[i].points) << trial;
+    }
+  }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Empty sets and retrieval
 

@@ -106,6 +106,10 @@ void ApplyCriterion(ContourSet& set, const FilterCriterion& criterion);
 // (halves to even, as OpenCV converts a float point), lies inside or on it.
 void RemoveNestedCandidates(ContourSet& set);
 
+// The same walk written out step by step (each kept centre found again for every comparison, the
+// areas taken when a duplicate is found): the oracle of the randomized identity test.
+void RemoveNestedCandidatesReference(ContourSet& set);
+
 // Polygon simplification in place: cv::approxPolyDP (closed) with the given epsilon, and
 // cv::convexHull (counter-clockwise flag false, points returned).
 void ApproximateContour(ContourRecord& record, double epsilon);
