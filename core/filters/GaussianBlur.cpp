@@ -1,0 +1,95 @@
+#include "GaussianBlur.h"
+
+#include <algorithm>
+#include <cmath>
+#include <opencv2/imgproc.hpp>
+
+namespace {
+// Taps below this fraction of the centre tap are dropped from the kernel.
+constexpr double kKernelEpsilon = 3e-5;
+// Largest half-width: no kernel grows beyond 201 taps, whatever the sigma.
+constexpr int kMaxHalfWidth = 101;
+}  // namespace
+
+CGaussianBlur::CGaussianBlur(int sigma) : sigma_(sigma) { BuildKernels(); }
+
+double CGaussianBlur::Factorial(double x) {
+  // The recursion ends at 0! = 1! = 1; BinomialKernel never asks for anything below.
+  if (x <= 1.0) return 1.0;
+  return x * Factorial(x - 1.0);
+}
+
+cv::Mat CGaussianBlur::BinomialKernel(int n) {
+  cv::Mat row(1, n + 1, CV_32F);
+  const double nFactorial = Factorial(n);
+  for (int k = 0; k <= n; ++k) {
+    // std::trunc rather than an int cast: from n = 34 on the coefficients overflow an int.
+    const double coefficient = std::trunc(nFactorial / (Factorial(k) * Factorial(n - k)));
+    row.at<float>(0, k) = static_cast<float>(coefficient);
+  }
+  return row;
+}
+
+cv::Mat CGaussianBlur::GaussianKernel2D(double sigma, double epsilon) {
+  const int halfWidth = std::min(
+      static_cast<int>(std::ceil(std::sqrt(-2.0 * std::log(epsilon)) * sigma) + 1), kMaxHalfWidth);
+
+  // The taps carry single precision on purpose: the blur's integer results depend on it.
+  std::vector<double> half(static_cast<size_t>(std::max(halfWidth, 0)));
+  for (int i = 0; i < halfWidth; ++i) {
+    half[i] = static_cast<float>(std::exp(-0.5 * i * i / sigma / sigma));
+  }
+  cv::Mat full(1, 2 * halfWidth - 1, CV_64F);
+  for (int j = 0; j < full.cols; ++j) {
+    full.at<double>(0, j) = half[std::abs(j - (halfWidth - 1))];
+  }
+
+  cv::Mat kernel = full.t() * full;
+  const double sum = cv::sum(kernel)[0];
+  kernel.convertTo(kernel, -1, 1.0 / sum);
+
+  rowKernel_ = full;
+  columnKernel_ = full.t();
+  scale_ = sum;
+  return kernel;
+}
+
+void CGaussianBlur::BuildKernels() {
+  // The binomial approximation is computed and then superseded by the Gaussian; only the
+  // Gaussian kernels stay in the object.
+  const cv::Mat binomial = BinomialKernel(2 * sigma_);
+  kernel2D_ = binomial.t() * binomial;
+  kernel2D_.convertTo(kernel2D_, -1, 1.0 / cv::sum(kernel2D_)[0]);
+
+  kernel2D_ = GaussianKernel2D(sigma_, kKernelEpsilon);
+}
+
+void CGaussianBlur::Apply(const cv::Mat& src, cv::Mat& dst, bool separable) const {
+  const int depth = src.depth();
+  if (!separable) {
+    cv::filter2D(src, dst, depth, kernel2D_, cv::Point(-1, -1), 0.0, cv::BORDER_REFLECT_101);
+    return;
+  }
+  // Filter, filter, then divide: the intermediates live in the destination's own depth.
+  cv::filter2D(src, dst, depth, rowKernel_, cv::Point(-1, -1), 0.0, cv::BORDER_REFLECT_101);
+  cv::filter2D(dst, dst, depth, columnKernel_, cv::Point(-1, -1), 0.0, cv::BORDER_REFLECT_101);
+  dst.convertTo(dst, -1, 1.0 / scale_, 0.0);
+}
+
+cv::Mat CGaussianBlur::PowerProcess(const cv::Mat& src, const std::vector<int>& sigmas) {
+  if (src.data == nullptr || sigmas.empty()) return cv::Mat();
+
+  cv::Mat product = cv::Mat::ones(src.size(), CV_MAKETYPE(CV_32F, src.channels()));
+  cv::Mat blurred;
+  for (const int sigma : sigmas) {
+    sigma_ = sigma;
+    BuildKernels();
+    cv::filter2D(src, blurred, src.depth(), rowKernel_, cv::Point(-1, -1), 0.0,
+                 cv::BORDER_REFLECT_101);
+    cv::filter2D(blurred, blurred, src.depth(), columnKernel_, cv::Point(-1, -1), 0.0,
+                 cv::BORDER_REFLECT_101);
+    blurred.convertTo(blurred, -1, 1.0 / scale_, 0.0);
+    cv::multiply(product, blurred, product, 1.0, product.type());
+  }
+  return product;
+}
