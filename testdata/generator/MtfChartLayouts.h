@@ -90,6 +90,51 @@ inline void Text(std::vector<ChartShape>& shapes, const std::string& text, doubl
 
 }  // namespace chart_marks
 
+// How a rendered chart (levels 0 .. 1) becomes digital numbers.
+struct ChartQuantisation {
+  int depth = CV_8U;
+  // Level 0 (target frame) and level 1 (background) in digital numbers.
+  double black = 30.0;
+  double white = 220.0;
+  // Standard deviation of the additive Gaussian noise, DN.
+  double noise = 0.7;
+  std::uint64_t seed = 1;
+};
+
+inline ChartQuantisation FtmQuantisation() {
+  ChartQuantisation q;
+  q.seed = 5101;
+  return q;
+}
+
+inline ChartQuantisation Ftm2Quantisation() {
+  ChartQuantisation q;
+  q.depth = CV_16U;
+  q.black = 7000.0;
+  q.white = 52000.0;
+  q.noise = 120.0;
+  q.seed = 5102;
+  return q;
+}
+
+inline ChartQuantisation TestEntreeQuantisation() {
+  ChartQuantisation q;
+  q.seed = 5103;
+  return q;
+}
+
+// The chart as the data set writes it: rendered, scaled to DN, noise added, rounded and
+// saturated to the depth.
+inline cv::Mat RenderQuantisedChart(const ChartLayout& layout, double sigma,
+                                    const ChartQuantisation& q) {
+  cv::Mat image = RenderChart(layout, sigma);
+  image = q.black + (q.white - q.black) * image;
+  AddNoise(image, q.noise, q.seed);
+  cv::Mat out;
+  image.convertTo(out, q.depth);
+  return out;
+}
+
 // "FTM.tif": 2048 x 1536. Levels are fractions of the full scale (background 1, frame 0).
 inline ChartLayout FtmLayout() {
   ChartLayout l;

@@ -3,14 +3,14 @@
 // distractors that detection must reject, rendered analytically (MtfChart.h), and their truths
 // "FTM.txt", "FTM2.txt", "TestEntreeFTM.txt" (model, targets with their true corners, distractors).
 //
-// Blur calibration (done once, frozen in MtfChartLayouts.h): the chart, quantised and with its
-// noise exactly as written here, was rendered for a range of sigma and measured with
-// CMtfMeasurement::MeasureTargets (the suite's target measurement, default settings). The mean
-// efficiency over the 20 measured edges falls with sigma (55.3 % at 1.2, 47.8 % at 1.4, 44.7 % at
-// 1.5, 42.1 % at 1.6, 37.8 % at 1.8, 33.3 % at 2.1); nine bisection steps bracketed 47.5 % for
-// FTM (seed 5101) and 37.5 % for TestEntreeFTM (seed 5103), and the values nearest the aims were
-// frozen. TargetDetectionTest re-measures both charts so that a change of the measurement that
-// moves these figures is noticed.
+// Blur calibration (done once with tools/CalibrateMtfCharts.cpp, frozen in MtfChartLayouts.h):
+// the chart, quantised and with its noise exactly as written here, was rendered for a range of
+// sigma and measured with CMtfMeasurement::MeasureTargets (the suite's target measurement, default
+// settings). The mean efficiency over the 20 measured edges falls with sigma (55.3 % at 1.2, 47.8 %
+// at 1.4, 44.7 % at 1.5, 42.1 % at 1.6, 37.8 % at 1.8, 33.3 % at 2.1); nine bisection steps
+// bracketed 47.5 % for FTM (seed 5101) and 37.5 % for TestEntreeFTM (seed 5103), and the values
+// nearest the aims were frozen. TargetDetectionTest re-measures both charts so that a change of the
+// measurement that moves these figures is noticed.
 #include <cstdio>
 #include <sstream>
 #include <string>
@@ -21,24 +21,6 @@
 
 namespace {
 
-struct Quantisation {
-  int depth = CV_8U;
-  // Level 0 (frame) and level 1 (background) in digital numbers.
-  double black = 30.0;
-  double white = 220.0;
-  double noise = 0.7;
-  std::uint64_t seed = 1;
-};
-
-cv::Mat Render(const datagen::ChartLayout& layout, double sigma, const Quantisation& q) {
-  cv::Mat image = datagen::RenderChart(layout, sigma);
-  image = q.black + (q.white - q.black) * image;
-  datagen::AddNoise(image, q.noise, q.seed);
-  cv::Mat out;
-  image.convertTo(out, q.depth);
-  return out;
-}
-
 std::string Point(const cv::Point2d& p) {
   char buffer[64];
   std::snprintf(buffer, sizeof(buffer), "(%.3f, %.3f)", p.x, p.y);
@@ -46,7 +28,7 @@ std::string Point(const cv::Point2d& p) {
 }
 
 std::string Truth(const std::string& file, const datagen::ChartLayout& l, double sigma,
-                  const Quantisation& q) {
+                  const datagen::ChartQuantisation& q) {
   std::ostringstream text;
   text.precision(10);
   text << file << ": " << l.cols << " x " << l.rows << " pixels, "
@@ -80,28 +62,24 @@ std::string Truth(const std::string& file, const datagen::ChartLayout& l, double
 }
 
 void Generate(datagen::Output& out) {
-  Quantisation eight;
-  eight.seed = 5101;
-  const datagen::ChartLayout ftm = datagen::FtmLayout();
-  out.WriteTiff("FTM.tif", Render(ftm, datagen::kFtmSigma, eight));
-  out.WriteText("FTM.txt", Truth("FTM.tif", ftm, datagen::kFtmSigma, eight));
-
-  Quantisation wide;
-  wide.depth = CV_16U;
-  wide.black = 7000.0;
-  wide.white = 52000.0;
-  wide.noise = 120.0;
-  wide.seed = 5102;
-  const datagen::ChartLayout ftm2 = datagen::Ftm2Layout();
-  out.WriteTiff("FTM2.tif", Render(ftm2, datagen::kFtm2Sigma, wide));
-  out.WriteText("FTM2.txt", Truth("FTM2.tif", ftm2, datagen::kFtm2Sigma, wide));
-
-  Quantisation entree = eight;
-  entree.seed = 5103;
-  const datagen::ChartLayout test = datagen::TestEntreeLayout();
-  out.WriteTiff("TestEntreeFTM.tif", Render(test, datagen::kTestEntreeSigma, entree));
-  out.WriteText("TestEntreeFTM.txt",
-                Truth("TestEntreeFTM.tif", test, datagen::kTestEntreeSigma, entree));
+  const struct {
+    const char* image;
+    const char* truth;
+    datagen::ChartLayout layout;
+    double sigma;
+    datagen::ChartQuantisation quantisation;
+  } charts[] = {
+      {"FTM.tif", "FTM.txt", datagen::FtmLayout(), datagen::kFtmSigma, datagen::FtmQuantisation()},
+      {"FTM2.tif", "FTM2.txt", datagen::Ftm2Layout(), datagen::kFtm2Sigma,
+       datagen::Ftm2Quantisation()},
+      {"TestEntreeFTM.tif", "TestEntreeFTM.txt", datagen::TestEntreeLayout(),
+       datagen::kTestEntreeSigma, datagen::TestEntreeQuantisation()},
+  };
+  for (const auto& chart : charts) {
+    out.WriteTiff(chart.image,
+                  datagen::RenderQuantisedChart(chart.layout, chart.sigma, chart.quantisation));
+    out.WriteText(chart.truth, Truth(chart.image, chart.layout, chart.sigma, chart.quantisation));
+  }
 }
 
 }  // namespace
