@@ -13,7 +13,12 @@ class CFilterCosmicRay {
   // Pixels more than threshold above their local median take the median's value; all other
   // pixels, dark outliers included, are copied. A non-empty 8-bit mask of the image's size limits
   // the replacement to its non-zero pixels. dst always receives a fresh buffer.
+  // From radius 3 on 16-bit single-channel data the median is computed only where a pixel can
+  // be an outlier; the result and the errors are those of ProcessReference.
   void Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const;
+
+  // The straightforward filter: full median image, difference, outlier map, copy through the map.
+  void ProcessReference(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const;
 
   // Median over the disc of the given radius (dx^2 + dy^2 <= (radius + 0.5)^2), cut at the image
   // edge rather than padded. 16-bit unsigned single-channel only; dst may not alias src.

@@ -1,11 +1,58 @@
-// Row-parallel body of the 16-bit disc median. The straightforward per-pixel gather-and-select
-// (MedianAt) is the definition of the result and stays available as the oracle for tests.
+// Row-parallel body of the 16-bit disc median (16-bit unsigned single-channel images, any radius
+// from 1). The straightforward per-pixel gather-and-select (MedianAt, ReferenceRows) defines the
+// result and stays as the oracle; operator() computes the same values faster.
 #pragma once
 
 #include <cstdint>
+#include <opencv2/core.hpp>
 #include <vector>
 
-#include <opencv2/core.hpp>
+// Two-level histogram (256 coarse x 256 fine bins) of 16-bit samples that answers rank queries
+// by walking from its previous answer, so a window sliding over smooth data costs a few steps per
+// query rather than a scan of the bins.
+class DiscHistogram {
+ public:
+  DiscHistogram() : fine_(65536, 0), coarse_(kLanes * 256, 0) {}
+
+  // Samples are counted in one of kLanes coarse tables (lane = any value below kLanes, e.g. the
+  // disc row modulo kLanes): successive updates of one coarse bin then form several short chains
+  // of read-modify-writes instead of one long chain.
+  static constexpr int kLanes = 4;
+
+  void Add(unsigned short v, int lane = 0) {
+    ++fine_[v];
+    ++coarse_[lane * 256 + (v >> 8)];
+    below_ += v < value_;
+  }
+  void Remove(unsigned short v, int lane = 0) {
+    --fine_[v];
+    --coarse_[lane * 256 + (v >> 8)];
+    below_ -= v < value_;
+  }
+  // Remove(out, lane) and Add(in, lane) in one step.
+  void Replace(unsigned short out, unsigned short in, int lane) {
+    --fine_[out];
+    ++fine_[in];
+    --coarse_[lane * 256 + (out >> 8)];
+    ++coarse_[lane * 256 + (in >> 8)];
+    below_ += static_cast<int>(in < value_) - static_cast<int>(out < value_);
+  }
+
+  // The sample of rank k (0-based) among those held; k must be below their count.
+  unsigned short Rank(int k);
+
+ private:
+  int Coarse(int bin) const {
+    int count = 0;
+    for (int lane = 0; lane < kLanes; ++lane) count += coarse_[lane * 256 + bin];
+    return count;
+  }
+
+  std::vector<int> fine_;
+  std::vector<int> coarse_;
+  int value_ = 0;  // the last answer
+  int below_ = 0;  // count of held samples below value_
+};
 
 class MedianFunction_16U : public cv::ParallelLoopBody {
  public:
@@ -21,6 +68,9 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
         bitDepth_(bitDepth) {}
   ~MedianFunction_16U() override = default;
 
+  // Same values as ReferenceRows. Pixels whose disc lies inside the image hold an odd count, so
+  // their median is the true median and comes from a sliding histogram; pixels whose disc is cut
+  // by the edge are gathered in the reference order and selected exactly like MedianAt.
   void operator()(const cv::Range& rows) const override;
 
   // The disc median at one pixel by gathering the disc into scratch (at least (2r+1)^2 entries)
@@ -32,7 +82,23 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // Runs the straightforward per-pixel body over the given rows: the reference implementation.
   void ReferenceRows(const cv::Range& rows) const;
 
+  // Half-width of each disc row: entry dy + radius holds the largest dx with
+  // sqrt(dx^2 + dy^2) - 0.5 <= radius, the membership test of MedianAt, for dy = -radius..radius.
+  static std::vector<int> DiscHalfWidths(int radius);
+
+  // MedianAt with the disc rows taken from DiscHalfWidths(radius): the same samples in the same
+  // order, so the same result, without a square root per window pixel.
+  unsigned short GatheredMedianAt(int x, int y, const int* halfWidths,
+                                  unsigned short* scratch) const;
+
+  // Medians of row y for columns first..last (inclusive), whose discs must lie inside the image,
+  // written to out[0..last - first]. hist must be empty; it is left empty.
+  void InteriorMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
+                       unsigned short* out) const;
+
  private:
+  bool StepsValid() const;
+
   uchar* dstData_;
   const uchar* srcData_;
   std::uint32_t dstStep_;

@@ -1,0 +1,157 @@
+// Disc median and cosmic-ray filter on a 2048 x 2048 16-bit sensor-like frame, each next to its
+// straightforward form in the same run; the ratios are printed after the table.
+//   filter_bench [--benchmark_filter=...]
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <map>
+#include <opencv2/core.hpp>
+#include <string>
+
+#include "Random.h"
+#include "filters/FilterCosmicRay.h"
+#include "filters/MedianFunction16U.h"
+
+namespace {
+
+constexpr int kSize = 2048;
+
+// Smooth structure, shot and read noise, and about 2000 bright outliers.
+const cv::Mat& Frame() {
+  static const cv::Mat frame = [] {
+    datagen::Random rng(8675309);
+    cv::Mat image(kSize, kSize, CV_16UC1);
+    for (int y = 0; y < kSize; ++y) {
+      auto* row = image.ptr<std::uint16_t>(y);
+      for (int x = 0; x < kSize; ++x) {
+        const double u = (x - 900.0) / 500.0;
+        const double v = (y - 1200.0) / 400.0;
+        const double signal =
+            2000.0 + 0.5 * x + 0.3 * y + 12000.0 * std::exp(-0.5 * (u * u + v * v));
+        const double sigma = std::sqrt(12.0 * 12.0 + signal / 2.0);
+        row[x] = static_cast<std::uint16_t>(
+            std::clamp(std::lround(signal + sigma * rng.Normal()), 0L, 65535L));
+      }
+    }
+    for (int i = 0; i < 2000; ++i) {
+      auto& p = image.at<std::uint16_t>(rng.Int(0, kSize - 1), rng.Int(0, kSize - 1));
+      p = static_cast<std::uint16_t>(
+          std::min(65535.0, p + std::exp(rng.Uniform(std::log(150.0), std::log(20000.0)))));
+    }
+    return image;
+  }();
+  return frame;
+}
+
+// The straightforward per-pixel body, run over the same stripes as the filter's own body.
+class ReferenceBody : public cv::ParallelLoopBody {
+ public:
+  explicit ReferenceBody(const MedianFunction_16U& body) : body_(body) {}
+  void operator()(const cv::Range& rows) const override { body_.ReferenceRows(rows); }
+
+ private:
+  const MedianFunction_16U& body_;
+};
+
+void DiscMedian(benchmark::State& state) {
+  const cv::Mat& src = Frame();
+  cv::Mat dst;
+  for (auto _ : state) {
+    CFilterCosmicRay::MedianBlur(src, dst, static_cast<int>(state.range(0)));
+    benchmark::DoNotOptimize(dst.data);
+  }
+}
+
+void DiscMedianReference(benchmark::State& state) {
+  const cv::Mat& src = Frame();
+  cv::Mat dst(src.size(), CV_16UC1);
+  const MedianFunction_16U body(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
+                                static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows,
+                                static_cast<int>(state.range(0)), 16);
+  for (auto _ : state) {
+    cv::parallel_for_(cv::Range(0, src.rows), ReferenceBody(body),
+                      static_cast<double>(cv::getNumThreads() - 1));
+    benchmark::DoNotOptimize(dst.data);
+  }
+}
+
+void CosmicRay(benchmark::State& state) {
+  const cv::Mat& src = Frame();
+  const CFilterCosmicRay filter(static_cast<int>(state.range(0)), 100);
+  cv::Mat dst;
+  for (auto _ : state) {
+    filter.Process(src, dst, cv::Mat());
+    benchmark::DoNotOptimize(dst.data);
+  }
+}
+
+// The straightforward filter (full disc median by the fast body, difference, map, copy).
+void CosmicRayStraightforward(benchmark::State& state) {
+  const cv::Mat& src = Frame();
+  const CFilterCosmicRay filter(static_cast<int>(state.range(0)), 100);
+  cv::Mat dst;
+  for (auto _ : state) {
+    filter.ProcessReference(src, dst, cv::Mat());
+    benchmark::DoNotOptimize(dst.data);
+  }
+}
+
+BENCHMARK(DiscMedian)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(DiscMedianReference)
+    ->Arg(10)
+    ->Arg(3)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(CosmicRay)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(CosmicRayStraightforward)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Keeps each run's wall time per iteration so main can print the ratios.
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
+        seconds_[run.benchmark_name()] =
+            run.real_accumulated_time / static_cast<double>(run.iterations);
+      }
+    }
+  }
+  void PrintRatio(const std::string& what, const std::string& reference,
+                  const std::string& fast) const {
+    const auto r = seconds_.find(reference);
+    const auto f = seconds_.find(fast);
+    if (r == seconds_.end() || f == seconds_.end()) return;
+    std::printf("%-44s %8.3f s / %8.3f s = %6.1fx\n", what.c_str(), r->second, f->second,
+                r->second / f->second);
+  }
+
+ private:
+  std::map<std::string, double> seconds_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
+              std::max(cv::getNumThreads() - 1, 1));
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
+  reporter.PrintRatio("disc median radius 10 (reference body)",
+                      "DiscMedianReference/10/iterations:1/real_time", "DiscMedian/10/real_time");
+  reporter.PrintRatio("disc median radius 3 (reference body)",
+                      "DiscMedianReference/3/iterations:1/real_time", "DiscMedian/3/real_time");
+  reporter.PrintRatio("cosmic-ray radius 10, threshold 100",
+                      "CosmicRayStraightforward/10/real_time", "CosmicRay/10/real_time");
+  reporter.PrintRatio("cosmic-ray radius 3, threshold 100", "CosmicRayStraightforward/3/real_time",
+                      "CosmicRay/3/real_time");
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,279 @@
+// The cosmic-ray filter: square medians for radius 1 and 2, the disc beyond, the strict
+// threshold, dark outliers left alone, the mask, a fresh dst, the errors of its median, and the
+// pruned path against the straightforward one on random images.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <opencv2/core.hpp>
+#include <string>
+
+#include "RandomImages.h"
+#include "filters/FilterCosmicRay.h"
+#include "filters/MedianFunction16U.h"
+
+namespace {
+
+cv::Exception CaptureError(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const cv::Exception& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no cv::Exception was raised";
+  return cv::Exception();
+}
+
+bool Equal(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
+}
+
+std::uint16_t At(const cv::Mat& m, int y, int x) { return m.at<std::uint16_t>(y, x); }
+
+// Both the filter and its straightforward form.
+cv::Mat Filter(const CFilterCosmicRay& filter, const cv::Mat& src, const cv::Mat& mask,
+               bool reference) {
+  cv::Mat dst;
+  if (reference) {
+    filter.ProcessReference(src, dst, mask);
+  } else {
+    filter.Process(src, dst, mask);
+  }
+  return dst;
+}
+
+TEST(FilterCosmicRayTest, KeepsRadiusAndThreshold) {
+  const CFilterCosmicRay filter(10, 100);
+  EXPECT_EQ(filter.Radius(), 10);
+  EXPECT_EQ(filter.Threshold(), 100);
+}
+
+TEST(FilterCosmicRayTest, ExactlyThresholdAboveIsKeptOneMoreIsReplaced) {
+  for (int radius : {1, 2, 3, 4, 10}) {
+    for (bool reference : {false, true}) {
+      cv::Mat src(31, 31, CV_16UC1, cv::Scalar(1000));
+      src.at<std::uint16_t>(10, 10) = 1100;  // exactly threshold above the median
+      src.at<std::uint16_t>(20, 20) = 1101;  // one grey level more
+      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
+      EXPECT_EQ(At(dst, 10, 10), 1100) << "radius " << radius;
+      EXPECT_EQ(At(dst, 20, 20), 1000) << "radius " << radius;
+      EXPECT_EQ(cv::countNonZero(dst != 1000), 1);
+    }
+  }
+}
+
+TEST(FilterCosmicRayTest, DarkOutliersAreKept) {
+  for (int radius : {1, 2, 3, 10}) {
+    for (bool reference : {false, true}) {
+      cv::Mat src(25, 25, CV_16UC1, cv::Scalar(30000));
+      src.at<std::uint16_t>(12, 12) = 0;
+      src.at<std::uint16_t>(0, 0) = 5;
+      src.at<std::uint16_t>(24, 3) = 100;
+      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
+      EXPECT_TRUE(Equal(dst, src)) << "radius " << radius;
+    }
+  }
+}
+
+TEST(FilterCosmicRayTest, ImageWithoutOutliersComesBackIdentical) {
+  datagen::Random rng(3);
+  cv::Mat src(64, 80, CV_16UC1);
+  for (int y = 0; y < src.rows; ++y) {
+    for (int x = 0; x < src.cols; ++x) {
+      src.at<std::uint16_t>(y, x) =
+          static_cast<std::uint16_t>(5000 + 3 * x + 2 * y + rng.Int(-20, 20));
+    }
+  }
+  for (int radius : {1, 2, 3, 6, 10}) {
+    const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), false);
+    EXPECT_TRUE(Equal(dst, src)) << "radius " << radius;
+    EXPECT_NE(dst.data, src.data);
+  }
+}
+
+TEST(FilterCosmicRayTest, RadiusOneAndTwoUseSquareWindows) {
+  // A 7 x 7 image at 100 with the centre and 10 more pixels of its radius-2 disc at 1000: the
+  // disc holds 11 bright of 21, its median is 1000 and the centre is no outlier; the 5 x 5
+  // square holds 11 bright of 25, its median is 100 and the centre is replaced.
+  cv::Mat src(7, 7, CV_16UC1, cv::Scalar(100));
+  const cv::Point bright[11] = {{3, 3}, {3, 1}, {3, 5}, {1, 3}, {5, 3}, {2, 2},
+                                {4, 4}, {2, 4}, {4, 2}, {3, 2}, {3, 4}};
+  for (const cv::Point& p : bright) src.at<std::uint16_t>(p) = 1000;
+  cv::Mat discMedian;
+  CFilterCosmicRay::MedianBlur(src, discMedian, 2);
+  EXPECT_EQ(At(discMedian, 3, 3), 1000);
+  for (bool reference : {false, true}) {
+    const cv::Mat dst = Filter(CFilterCosmicRay(2, 50), src, cv::Mat(), reference);
+    EXPECT_EQ(At(dst, 3, 3), 100);
+  }
+}
+
+TEST(FilterCosmicRayTest, SquareWindowsCatchACornerHotPixel) {
+  // A single hot pixel in the corner of a 5 x 5 image lies outside the radius-2 disc of the
+  // centre, yet the square windows of radius 1 and 2 (replicated border) remove it.
+  cv::Mat src(5, 5, CV_16UC1, cv::Scalar(200));
+  src.at<std::uint16_t>(0, 0) = 9000;
+  for (int radius : {1, 2}) {
+    for (bool reference : {false, true}) {
+      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
+      EXPECT_EQ(At(dst, 0, 0), 200) << "radius " << radius;
+      EXPECT_EQ(cv::countNonZero(dst != 200), 0);
+    }
+  }
+  // The radius-2 disc around the centre does not reach the corner: its top row spans only
+  // dx = -1..1.
+  EXPECT_EQ(MedianFunction_16U::DiscHalfWidths(2).front(), 1);
+}
+
+TEST(FilterCosmicRayTest, MaskRestrictsTheReplacement) {
+  cv::Mat src(40, 40, CV_16UC1, cv::Scalar(2000));
+  src.at<std::uint16_t>(5, 5) = 9000;
+  src.at<std::uint16_t>(20, 20) = 9000;
+  src.at<std::uint16_t>(35, 30) = 9000;
+  cv::Mat mask(40, 40, CV_8UC1, cv::Scalar(0));
+  mask.at<unsigned char>(20, 20) = 1;  // any non-zero value selects
+  mask.at<unsigned char>(5, 5) = 255;
+  for (int radius : {1, 2, 3, 10}) {
+    for (bool reference : {false, true}) {
+      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, mask, reference);
+      EXPECT_EQ(At(dst, 5, 5), 2000) << "radius " << radius;
+      EXPECT_EQ(At(dst, 20, 20), 2000);
+      EXPECT_EQ(At(dst, 35, 30), 9000);
+      // An empty mask treats the whole image.
+      const cv::Mat all = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
+      EXPECT_EQ(cv::countNonZero(all != 2000), 0);
+    }
+  }
+}
+
+TEST(FilterCosmicRayTest, MaskOfAnotherSizeOrTypeThrows) {
+  const cv::Mat src(20, 20, CV_16UC1, cv::Scalar(2000));
+  for (const cv::Mat& mask :
+       {cv::Mat(19, 20, CV_8UC1, cv::Scalar(1)), cv::Mat(20, 20, CV_16UC1, cv::Scalar(1))}) {
+    for (int radius : {1, 3, 10}) {
+      cv::Mat dst(2, 2, CV_16UC1, cv::Scalar(5));
+      EXPECT_THROW(CFilterCosmicRay(radius, 100).Process(src, dst, mask), cv::Exception);
+      EXPECT_THROW(CFilterCosmicRay(radius, 100).ProcessReference(src, dst, mask), cv::Exception);
+    }
+  }
+}
+
+TEST(FilterCosmicRayTest, DestinationIsAFreshCopy) {
+  cv::Mat src(30, 30, CV_16UC1, cv::Scalar(700));
+  src.at<std::uint16_t>(15, 15) = 5000;
+  for (int radius : {2, 5}) {
+    cv::Mat image = src.clone();
+    cv::Mat dst = image;  // shares the buffer
+    CFilterCosmicRay(radius, 100).Process(image, dst, cv::Mat());
+    EXPECT_NE(dst.data, image.data);
+    EXPECT_EQ(At(image, 15, 15), 5000);
+    EXPECT_EQ(At(dst, 15, 15), 700);
+    // The same matrix as source and destination.
+    cv::Mat inPlace = src.clone();
+    const uchar* before = inPlace.data;
+    CFilterCosmicRay(radius, 100).Process(inPlace, inPlace, cv::Mat());
+    EXPECT_NE(inPlace.data, before);
+    EXPECT_EQ(cv::countNonZero(inPlace != 700), 0);
+  }
+}
+
+TEST(FilterCosmicRayTest, DiscRadiusNeedsSixteenBitSingleChannel) {
+  for (int type : {CV_8UC1, CV_32FC1, CV_16SC1, CV_16UC3}) {
+    const cv::Mat src(12, 12, type, cv::Scalar::all(10));
+    cv::Mat dst(3, 3, CV_8UC1, cv::Scalar(42));
+    const uchar* before = dst.data;
+    const cv::Exception e =
+        CaptureError([&] { CFilterCosmicRay(3, 100).Process(src, dst, cv::Mat()); });
+    EXPECT_EQ(e.code, -213);
+    EXPECT_EQ(e.err, "Not impl");
+    EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
+    EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
+    EXPECT_EQ(e.line, 106);
+    EXPECT_EQ(dst.data, before);
+    EXPECT_EQ(dst.size(), cv::Size(3, 3));
+    EXPECT_EQ(cv::countNonZero(dst != 42), 0);
+  }
+}
+
+TEST(FilterCosmicRayTest, BadRadiusOrEmptySourceIsWrongParameters) {
+  const cv::Mat image(12, 12, CV_16UC1, cv::Scalar(10));
+  struct Case {
+    int radius;
+    cv::Mat src;
+  };
+  for (const Case& c : {Case{0, image}, Case{-3, image}, Case{3, cv::Mat()}, Case{10, cv::Mat()}}) {
+    cv::Mat dst(3, 3, CV_8UC1, cv::Scalar(42));
+    const uchar* before = dst.data;
+    const cv::Exception e =
+        CaptureError([&] { CFilterCosmicRay(c.radius, 100).Process(c.src, dst, cv::Mat()); });
+    EXPECT_EQ(e.code, -5);
+    EXPECT_EQ(e.err, "wrongs parameters");
+    EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
+    EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
+    EXPECT_EQ(e.line, 90);
+    EXPECT_EQ(dst.data, before);
+    EXPECT_EQ(cv::countNonZero(dst != 42), 0);
+  }
+}
+
+TEST(FilterCosmicRayTest, SquareRadiiAcceptWhatMedianBlurAccepts) {
+  // 8-bit and float work with the square radii; what cv::medianBlur rejects passes through.
+  cv::Mat bytes(9, 9, CV_8UC1, cv::Scalar(20));
+  bytes.at<unsigned char>(4, 4) = 250;
+  cv::Mat floats(9, 9, CV_32FC1, cv::Scalar(20.0f));
+  floats.at<float>(4, 4) = 250.0f;
+  for (int radius : {1, 2}) {
+    cv::Mat dst;
+    CFilterCosmicRay(radius, 100).Process(bytes, dst, cv::Mat());
+    EXPECT_EQ(dst.type(), CV_8UC1);
+    EXPECT_EQ(dst.at<unsigned char>(4, 4), 20);
+    CFilterCosmicRay(radius, 100).Process(floats, dst, cv::Mat());
+    EXPECT_EQ(dst.type(), CV_32FC1);
+    EXPECT_EQ(dst.at<float>(4, 4), 20.0f);
+  }
+  const cv::Mat doubles(9, 9, CV_64FC1, cv::Scalar(1.0));
+  cv::Mat dst(2, 2, CV_8UC1, cv::Scalar(42));
+  const uchar* before = dst.data;
+  EXPECT_THROW(CFilterCosmicRay(2, 100).Process(doubles, dst, cv::Mat()), cv::Exception);
+  EXPECT_THROW(CFilterCosmicRay(1, 100).Process(cv::Mat(), dst, cv::Mat()), cv::Exception);
+  EXPECT_EQ(dst.data, before);
+}
+
+TEST(FilterCosmicRayTest, FastPathEqualsStraightforwardOnRandomImages) {
+  datagen::Random rng(771);
+  const double caseBudget = 3e6;
+  int cases = 0;
+  int attempts = 0;
+  while (cases < 100 && attempts < 5000) {
+    ++attempts;
+    const int cols = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
+    const int rows = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
+    const int radius = rng.Int(3, 40);
+    const double window =
+        std::min(2.0 * radius + 1, 1.0 * cols) * std::min(2.0 * radius + 1, 1.0 * rows);
+    if (1.0 * cols * rows * window > caseBudget) continue;
+    const auto model = static_cast<testimages::Values>(cases % testimages::kValueModels);
+    const cv::Mat src = testimages::RandomImage(rng, rows, cols, model);
+    // Thresholds from far below to far above the 16-bit difference range.
+    const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
+                              40000, -32767, -32768, -32769, -70000, 65535};
+    const int threshold = cases % 3 == 0 ? thresholds[rng.Int(0, 12)] : rng.Int(-200, 3000);
+    cv::Mat mask;
+    if (cases % 4 == 1) {
+      mask.create(rows, cols, CV_8UC1);
+      for (int y = 0; y < rows; ++y) {
+        for (int x = 0; x < cols; ++x)
+          mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 3) * 60);
+      }
+    }
+    const CFilterCosmicRay filter(radius, threshold);
+    const cv::Mat fast = Filter(filter, src, mask, false);
+    const cv::Mat reference = Filter(filter, src, mask, true);
+    ASSERT_TRUE(Equal(fast, reference))
+        << cols << "x" << rows << " radius " << radius << " threshold " << threshold;
+    ++cases;
+  }
+  EXPECT_EQ(cases, 100);
+}
+
+}  // namespace
