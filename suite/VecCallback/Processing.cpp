@@ -20,6 +20,7 @@
 #include "filters/GaussianBlur.h"
 #include "filters/Wavelet.h"
 #include "mtf/MtfMeasurement.h"
+#include "stack/TemporalNoise.h"
 
 using harness::Assert;
 
@@ -95,6 +96,26 @@ TEST_CLASS(Wavelet) {
     wavelet.ExtractStructures(out, 0, 3.0f, mask, cv::Mat());
     Assert::IsTrue(out.at<float>(162, 90) == 50.0f);
     Assert::IsTrue(out.at<float>(55, 126) == 24.0f);
+  }
+};
+
+// The plug-in's stack methods (Minimum, Average_8U, Average_32F) join this class.
+TEST_CLASS(Stack) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  TEST_METHOD(TemporalNoise) {
+    CTemporalNoise noise;
+    std::vector<cv::String> files;
+    cv::glob(m_dataFolder + OMBRIX_SEP "TemporalNoise" OMBRIX_SEP "RawNoise_*.tif", files, false);
+    for (const cv::String& file : files) {
+      noise.AddImage(cv::imread(file, cv::IMREAD_UNCHANGED));
+    }
+    const cv::Mat result =
+        noise.Compute(std::bind(&CTemporalNoise::StandardDeviation, &noise, std::placeholders::_1));
+    cv::Scalar mean, stddev;
+    cv::meanStdDev(result(cv::Rect(924, 924, 200, 200)), mean, stddev);
+    Assert::IsTrue(static_cast<int>(stddev[0]) == 17);
   }
 };
 
