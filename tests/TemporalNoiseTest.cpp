@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -136,8 +137,10 @@ TEST(TemporalNoise, StandardDeviationAccumulatesInSinglePrecision) {
   datagen::Random random(41);
   int differsFromDouble = 0;
   for (int trial = 0; trial < 2000; ++trial) {
-    Values values(static_cast<std::size_t>(random.Int(2, 40)));
-    for (auto& v : values) v = static_cast<unsigned short>(random.Int(0, 65535));
+    // Every other trial uses long runs of bright values, whose running sum passes 2^24 and rounds.
+    const bool bright = trial % 2 == 1;
+    Values values(static_cast<std::size_t>(bright ? random.Int(250, 400) : random.Int(2, 40)));
+    for (auto& v : values) v = static_cast<unsigned short>(random.Int(bright ? 60000 : 0, 65535));
     float sum = 0.0f;
     for (const auto v : values) sum += static_cast<float>(v);
     const float mean = sum / static_cast<float>(values.size());
@@ -315,8 +318,15 @@ TEST(TemporalNoise, ComputeEqualsTheStraightforwardLoopOnRandomData) {
         return first * 3.0f + last;
       },
   };
+  // Fixed shapes cover the eight-by-eight gathering and its edges (frames and run widths that are
+  // not multiples of 8, runs longer than one block of columns); random shapes follow.
+  std::vector<std::array<int, 3>> shapes = {{1, 1, 2},   {3, 3, 3},    {40, 50, 32},  {70, 90, 17},
+                                            {61, 83, 9}, {1, 2000, 8}, {128, 128, 16}};
   for (int trial = 0; trial < 6; ++trial) {
-    const int rows = random.Int(1, 70), cols = random.Int(1, 90), frames = random.Int(2, 24);
+    shapes.push_back({random.Int(1, 70), random.Int(1, 90), random.Int(2, 40)});
+  }
+  for (const auto& shape : shapes) {
+    const int rows = shape[0], cols = shape[1], frames = shape[2];
     CTemporalNoise noise;
     for (int k = 0; k < frames; ++k) noise.AddImage(RandomFrame(random, rows, cols, 0, 65535));
     const CTemporalNoise::Statistic deviation = BoundStandardDeviation(noise);
