@@ -117,6 +117,51 @@ TEST_CLASS(Stack) {
     cv::meanStdDev(result(cv::Rect(924, 924, 200, 200)), mean, stddev);
     Assert::IsTrue(static_cast<int>(stddev[0]) == 17);
   }
+
+  TEST_METHOD(Minimum) {
+    CFactoryCollection collection;
+    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    Assert::IsTrue(plugin != nullptr);
+    std::vector<cv::Mat> images;
+    for (int i = 0; i < 10; ++i) {
+      cv::Mat image = cv::Mat::zeros(3, 3, CV_8UC1);
+      image.setTo(cv::Scalar(i));
+      images.push_back(image);
+    }
+    cv::Mat result;
+    plugin->StackMinimum(result, images);
+    Assert::IsTrue(result.at<uchar>(0, 0) == 0);
+  }
+
+  TEST_METHOD(Average_8U) {
+    CFactoryCollection collection;
+    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    Assert::IsTrue(plugin != nullptr);
+    std::vector<cv::Mat> images;
+    for (int i = 0; i < 10; ++i) {
+      cv::Mat image = cv::Mat::zeros(3, 3, CV_8UC1);
+      image.setTo(cv::Scalar(i * 10));
+      images.push_back(image);
+    }
+    cv::Mat result;
+    plugin->StackAverage(result, images);
+    Assert::IsTrue(result.at<uchar>(0, 0) == 45);
+  }
+
+  TEST_METHOD(Average_32F) {
+    CFactoryCollection collection;
+    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    Assert::IsTrue(plugin != nullptr);
+    std::vector<cv::Mat> images;
+    for (int i = 0; i < 10; ++i) {
+      cv::Mat image = cv::Mat::zeros(3, 3, CV_32FC1);
+      image.setTo(cv::Scalar(i));
+      images.push_back(image);
+    }
+    cv::Mat result;
+    plugin->StackAverage(result, images);
+    Assert::IsTrue(result.at<float>(0, 0) == 4.5f);
+  }
 };
 
 // The processing plug-in's scenarios. Their shared bodies (making the plug-in object, the
@@ -284,6 +329,20 @@ TEST_CLASS(MTF) {
     m_measurement.MeasureEdge(image, soft);
     Assert::IsTrue(soft.efficiency >= 45.0f);
     Assert::IsTrue(45.5f >= soft.efficiency);
+  }
+
+  // Through the plug-in. The file names start with a separator although the folder ends in one.
+  TEST_METHOD(TechnicianApproach) {
+    CFactoryCollection collection;
+    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    cv::Mat image = cv::imread(m_dataFolder + OMBRIX_SEP "FTM.tif", cv::IMREAD_UNCHANGED);
+    float value = plugin->ComputeMtf(image);
+    Assert::IsTrue(value >= 47.0f);
+    Assert::IsTrue(48.0f >= value);
+    image = cv::imread(m_dataFolder + OMBRIX_SEP "TestEntreeFTM.tif", cv::IMREAD_UNCHANGED);
+    value = plugin->ComputeMtf(image);
+    Assert::IsTrue(value >= 37.0f);
+    Assert::IsTrue(38.0f >= value);
   }
 };
 
