@@ -17,6 +17,7 @@
 #include "ImageCompare.h"
 #include "Platform.h"
 #include "PluginScenarios.h"
+#include "filters/FilterCosmicRay.h"
 #include "filters/GaussianBlur.h"
 #include "filters/Wavelet.h"
 #include "mtf/MtfMeasurement.h"
@@ -25,6 +26,49 @@
 using harness::Assert;
 
 namespace Processing {
+
+TEST_CLASS(Median16U) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  TEST_METHOD(CompareImageJ) {
+    [[maybe_unused]] const std::filesystem::path workingDirectory = std::filesystem::current_path();
+    const cv::Mat expected = cv::imread(m_dataFolder + "MedianDst.tif", cv::IMREAD_UNCHANGED);
+    const cv::Mat input = cv::imread(m_dataFolder + "MedianSrc.tif", cv::IMREAD_UNCHANGED);
+    cv::Mat output;
+    CFilterCosmicRay::MedianBlur(input, output, 10);
+    const double maxVal = RegionMaxDifference(expected, output, 10);
+    Assert::IsTrue(maxVal == 0.0);
+  }
+};
+
+TEST_CLASS(Outliers) {
+ public:
+  std::string m_dataFolder = FindDataFolder();
+
+  TEST_METHOD(CompareImageJ1) {
+    [[maybe_unused]] const std::filesystem::path workingDirectory = std::filesystem::current_path();
+    const cv::Mat expected = cv::imread(m_dataFolder + "MedianDst10-100.tif", cv::IMREAD_UNCHANGED);
+    const cv::Mat input = cv::imread(m_dataFolder + "MedianSrc.tif", cv::IMREAD_UNCHANGED);
+    const CFilterCosmicRay filter(10, 100);
+    cv::Mat output;
+    filter.Process(input, output, cv::Mat());
+    const double maxVal = RegionMaxDifference(expected, output, 10);
+    Assert::IsTrue(maxVal == 0.0);
+  }
+
+  TEST_METHOD(CompareImageJ2) {
+    [[maybe_unused]] const std::filesystem::path workingDirectory = std::filesystem::current_path();
+    const cv::Mat expected = cv::imread(m_dataFolder + "CosmicRay10-100.tif", cv::IMREAD_UNCHANGED);
+    const cv::Mat input = cv::imread(m_dataFolder + "CosmicRay.tif", cv::IMREAD_UNCHANGED);
+    const CFilterCosmicRay filter(10, 100);
+    cv::Mat output;
+    filter.Process(input, output, cv::Mat());
+    // The tolerance is deliberate: the filter restores the clean frame to within the noise.
+    const double maxVal = RegionMaxDifference(expected, output, 10);
+    Assert::IsTrue(maxVal < 105.0);
+  }
+};
 
 // Blurs src into dst with a fresh CGaussianBlur and returns the elapsed milliseconds.
 static double TimedBlur(const cv::Mat& src, cv::Mat& dst, double sigma, bool separable) {
