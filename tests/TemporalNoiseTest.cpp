@@ -339,6 +339,32 @@ TEST(TemporalNoise, ComputeEqualsTheStraightforwardLoopOnRandomData) {
   }
 }
 
+TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
+  const auto first = [](Values& values) { return static_cast<float>(values[0]); };
+  CTemporalNoise signed16;
+  signed16.AddImage(cv::Mat(3, 3, CV_16S, cv::Scalar(-2)));
+  signed16.AddImage(cv::Mat(3, 3, CV_16S, cv::Scalar(7)));
+  const cv::Mat raw = signed16.Compute(first);
+  EXPECT_EQ(raw.at<float>(1, 1), 65534.0f);  // the raw bits of -2
+  EXPECT_TRUE(BitwiseEqual(raw, signed16.ComputeReference(first)));
+
+  CTemporalNoise bytes;
+  bytes.AddImage(cv::Mat(3, 3, CV_8U, cv::Scalar(1)));
+  bytes.AddImage(cv::Mat(3, 3, CV_8U, cv::Scalar(2)));
+  bytes.AddImage(cv::Mat(3, 3, CV_8U, cv::Scalar(3)));
+  const cv::Mat deviation = bytes.Compute(BoundStandardDeviation(bytes));
+  EXPECT_EQ(cv::countNonZero(deviation != 1.0f), 0);
+  EXPECT_TRUE(BitwiseEqual(deviation, bytes.ComputeReference(BoundStandardDeviation(bytes))));
+
+  CTemporalNoise floats;
+  floats.AddImage(cv::Mat(3, 3, CV_32F, cv::Scalar(-5.0)));
+  floats.AddImage(cv::Mat(3, 3, CV_32F, cv::Scalar(70000.0)));
+  const auto sum = [](Values& values) { return static_cast<float>(values[0] + values[1]); };
+  const cv::Mat saturated = floats.Compute(sum);
+  EXPECT_EQ(saturated.at<float>(2, 2), 65535.0f);  // 0 + 65535
+  EXPECT_TRUE(BitwiseEqual(saturated, floats.ComputeReference(sum)));
+}
+
 TEST(TemporalNoise, ReferenceLoopComputesThePerPixelStatistic) {
   // The oracle itself, checked against values gathered here pixel by pixel.
   datagen::Random random(99);

@@ -31,7 +31,7 @@ const char* const kDimensionMessage = "All images needs to have the save image d
 const char* const kTypeMessage = "All images needs to have the save image type";
 
 constexpr int kWorkers = 9;
-// 256 * 65535 < 2^24: below this count a float running sum of 16-bit values never rounds.
+// 256 * 65535 < 2^24: up to this count a float running sum of 16-bit values never rounds.
 constexpr std::size_t kExactSumCount = 256;
 constexpr std::size_t kSquareBlock = 64;
 
@@ -46,15 +46,10 @@ cv::Mat SixteenBitView(const cv::Mat& stack) {
 }
 
 unsigned short SampleAt(const cv::Mat& frame, int y, int x) {
-  switch (frame.elemSize()) {
-    case 2:
-      return frame.at<unsigned short>(y, x);
-    default: {
-      cv::Mat converted;
-      frame(cv::Rect(x, y, 1, 1)).convertTo(converted, CV_16U);
-      return converted.at<unsigned short>(0, 0);
-    }
-  }
+  if (frame.elemSize() == 2) return frame.at<unsigned short>(y, x);
+  cv::Mat converted;
+  frame(cv::Rect(x, y, 1, 1)).convertTo(converted, CV_16U);
+  return converted.at<unsigned short>(0, 0);
 }
 
 // A stack of hundreds of megabytes costs one page fault per 4 KiB page when it is first written;

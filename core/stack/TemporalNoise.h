@@ -27,7 +27,9 @@ class CTemporalNoise {
 
   // The statistic of every pixel as an image of the frames' size, type CV_32F. The work is split
   // into nine equal runs of pixels, one per worker thread; the last (pixel count mod 9) pixels
-  // belong to no run and stay 0.0. Throws std::invalid_argument on an empty series.
+  // belong to no run and stay 0.0. Throws std::invalid_argument on an empty series. Frames must be
+  // continuous (cv::Mat::reshape). Samples of 16-bit series are handed over as their raw 16 bits;
+  // other depths are first converted to CV_16U with saturation.
   cv::Mat Compute(Statistic statistic) const;
 
   // The same image computed on the calling thread, one pixel after the other, straight from the
