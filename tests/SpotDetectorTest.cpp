@@ -615,6 +615,15 @@ TEST(ValidationAlgo1, PtcDistractorsAreEachRejectedForTheirReason) {
   }
 }
 
+// The hits of the frames are real distractors: without the cosmic-ray step they become objects.
+TEST(ValidationAlgo1, HotPixelsAndCosmicRaysNeedTheCosmicRayStep) {
+  AlgoParameters p = Parameters(true);
+  p.cosmicRayRadius = 0;
+  EXPECT_GT(Detect(Detector(p), Processed("PTC_NEG")).size(), 5u);
+  EXPECT_FALSE(Detect(Detector(p), Processed("Image_1")).empty());
+  EXPECT_GT(Detect(Detector(p), Processed("PTC")).size(), 117u);
+}
+
 TEST(ValidationAlgo1, NegativeControlAndEmptyFieldGiveNothing) {
   EXPECT_TRUE(ReadTruth("PTC_NEG").spots.empty());
   EXPECT_TRUE(ReadTruth("Image_1").spots.empty());
