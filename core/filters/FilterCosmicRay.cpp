@@ -53,9 +53,17 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
     const int innerBegin = std::max(rows.start, r);
     const int innerEnd = innerWidth > 0 ? std::min(rows.end, height - r) : innerBegin;
 
+    // At the edge the median is one of the disc's samples for an odd count, and for an even count
+    // a sample with its top bit cleared, which only changes samples of 32768 and more: unless
+    // both hold, a pixel no more than threshold above the cut disc's minimum is no outlier.
     auto exactAt = [&](int x, int y) {
       if (!Selected(x, y)) return;
-      Replace(x, y, median_.GatheredMedianAt(x, y, halfWidths.data(), scratch.data()));
+      const int count = median_.GatherDisc(x, y, halfWidths.data(), scratch.data());
+      const auto range = std::minmax_element(scratch.data(), scratch.data() + count);
+      const bool medianAtLeastMin = count % 2 == 1 || *range.second < 0x8000;
+      const int value = src_.ptr<unsigned short>(y)[x];
+      if (medianAtLeastMin && value - static_cast<int>(*range.first) <= threshold_) return;
+      Replace(x, y, MedianFunction_16U::SelectMedian(scratch.data(), count));
     };
     for (int y = rows.start; y < rows.end; ++y) {
       if (y >= innerBegin && y < innerEnd) {

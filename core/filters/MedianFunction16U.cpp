@@ -95,8 +95,8 @@ std::vector<int> MedianFunction_16U::DiscHalfWidths(int radius) {
   return halfWidths;
 }
 
-unsigned short MedianFunction_16U::GatheredMedianAt(int x, int y, const int* halfWidths,
-                                                    unsigned short* scratch) const {
+int MedianFunction_16U::GatherDisc(int x, int y, const int* halfWidths,
+                                   unsigned short* scratch) const {
   const int dyFirst = std::max(-radius_, -y);
   const int dyLast = std::min(radius_, height_ - 1 - y);
   int n = 0;
@@ -108,9 +108,18 @@ unsigned short MedianFunction_16U::GatheredMedianAt(int x, int y, const int* hal
     const int x1 = std::min(x + halfWidth, width_ - 1);
     for (int xx = x0; xx <= x1; ++xx) scratch[n++] = row[xx];
   }
-  ombrix::SelectNth(scratch, scratch + n / 2, scratch + n);
-  if (n % 2 == 1) return scratch[n / 2];
-  return static_cast<unsigned short>(scratch[n / 2 - 1] & 0x7FFF);
+  return n;
+}
+
+unsigned short MedianFunction_16U::SelectMedian(unsigned short* samples, int count) {
+  ombrix::SelectNth(samples, samples + count / 2, samples + count);
+  if (count % 2 == 1) return samples[count / 2];
+  return static_cast<unsigned short>(samples[count / 2 - 1] & 0x7FFF);
+}
+
+unsigned short MedianFunction_16U::GatheredMedianAt(int x, int y, const int* halfWidths,
+                                                    unsigned short* scratch) const {
+  return SelectMedian(scratch, GatherDisc(x, y, halfWidths, scratch));
 }
 
 void MedianFunction_16U::InteriorMedians(int y, int first, int last, const int* halfWidths,

@@ -91,6 +91,11 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   unsigned short GatheredMedianAt(int x, int y, const int* halfWidths,
                                   unsigned short* scratch) const;
 
+  // The two halves of GatheredMedianAt: the disc of (x, y), cut at the edge, copied into scratch
+  // in MedianAt's order (returns the count), and the selection with the even-count rule.
+  int GatherDisc(int x, int y, const int* halfWidths, unsigned short* scratch) const;
+  static unsigned short SelectMedian(unsigned short* samples, int count);
+
   // Medians of row y for columns first..last (inclusive), whose discs must lie inside the image,
   // written to out[0..last - first]. hist must be empty; it is left empty.
   void InteriorMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
