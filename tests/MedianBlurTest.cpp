@@ -280,6 +280,21 @@ TEST(MedianBlurTest, RadiusTenDiscIsImageJRadiusTenPointFiveKernel) {
     EXPECT_EQ(halfWidths[static_cast<std::size_t>(i)], expectedHalfWidths[i]);
 }
 
+TEST(MedianBlurTest, SameResultWithAnyNumberOfThreads) {
+  // The body runs over getNumThreads() - 1 stripes: none with one thread (each row is then its
+  // own stripe), one with two; every split gives the same image.
+  datagen::Random rng(31);
+  const cv::Mat src = testimages::RandomImage(rng, 67, 45, testimages::Values::kSmoothNoisy);
+  const cv::Mat expected = Reference(src, 4);
+  const int previous = cv::getNumThreads();
+  for (int threads : {1, 2, 3, 5}) {
+    cv::setNumThreads(threads);
+    const cv::Mat dst = Fast(src, 4);
+    EXPECT_TRUE(Equal(dst, expected)) << threads << " threads";
+  }
+  cv::setNumThreads(previous);
+}
+
 TEST(MedianBlurTest, StepsTooSmallLeaveTheDestinationUnwritten) {
   const cv::Mat src(4, 6, CV_16UC1, cv::Scalar(500));
   cv::Mat dst(4, 6, CV_16UC1, cv::Scalar(77));
