@@ -339,6 +339,17 @@ TEST(TemporalNoise, ComputeEqualsTheStraightforwardLoopOnRandomData) {
   }
 }
 
+TEST(TemporalNoise, EmptyStatisticEndsTheProcessFromAWorker) {
+  // std::bad_function_call leaves a worker's thread function, which terminates the process.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  CTemporalNoise noise;
+  noise.AddImage(cv::Mat(3, 3, CV_16U, cv::Scalar(1)));
+  noise.AddImage(cv::Mat(3, 3, CV_16U, cv::Scalar(2)));
+  EXPECT_DEATH(noise.Compute(CTemporalNoise::Statistic()), "");
+  // The straightforward loop calls on the caller's thread, where the exception can be caught.
+  EXPECT_THROW(noise.ComputeReference(CTemporalNoise::Statistic()), std::bad_function_call);
+}
+
 TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
   const auto first = [](Values& values) { return static_cast<float>(values[0]); };
   CTemporalNoise signed16;
