@@ -253,7 +253,11 @@ TEST(FilterCosmicRayTest, FastPathEqualsStraightforwardOnRandomImages) {
         std::min(2.0 * radius + 1, 1.0 * cols) * std::min(2.0 * radius + 1, 1.0 * rows);
     if (1.0 * cols * rows * window > caseBudget) continue;
     const auto model = static_cast<testimages::Values>(cases % testimages::kValueModels);
-    const cv::Mat src = testimages::RandomImage(rng, rows, cols, model);
+    // Every fifth source is a region of a larger image, so its rows are further apart than its
+    // width.
+    const cv::Mat src = cases % 5 == 4 ? testimages::RandomImage(rng, rows + 3, cols + 5,
+                                                                 model)(cv::Rect(2, 1, cols, rows))
+                                       : testimages::RandomImage(rng, rows, cols, model);
     // Thresholds from far below to far above the 16-bit difference range.
     const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
                               40000, -32767, -32768, -32769, -70000, 65535};
