@@ -23,8 +23,8 @@ bool MaskIsEmpty(const cv::Mat& mask) {
 // where a pixel can be an outlier. Inside the image a disc holds an odd count, so its median is
 // one of its samples and not below their minimum: a pixel no more than threshold above the
 // disc's minimum cannot exceed its median by more than threshold. Pixels whose disc is cut by the
-// edge keep the even-count rule, whose result can fall below the minimum, so they always get the
-// exact median. dst starts as a copy of src; only replaced pixels are written.
+// edge are pruned the same way where the even-count rule cannot take the result below the
+// minimum. dst starts as a copy of src; only replaced pixels are written.
 class OutlierFunction_16U : public cv::ParallelLoopBody {
  public:
   OutlierFunction_16U(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, int radius,
@@ -53,9 +53,10 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
     const int innerBegin = std::max(rows.start, r);
     const int innerEnd = innerWidth > 0 ? std::min(rows.end, height - r) : innerBegin;
 
-    // At the edge the median is one of the disc's samples for an odd count, and for an even count
-    // a sample with its top bit cleared, which only changes samples of 32768 and more: unless
-    // both hold, a pixel no more than threshold above the cut disc's minimum is no outlier.
+    // At the edge an odd count's median is one of the samples; an even count gives a sample with
+    // its top bit cleared, which stays at or above the minimum when no sample reaches 32768.
+    // Where the median cannot fall below the minimum, a pixel no more than threshold above the
+    // cut disc's minimum is no outlier.
     auto exactAt = [&](int x, int y) {
       if (!Selected(x, y)) return;
       const int count = median_.GatherDisc(x, y, halfWidths.data(), scratch.data());
