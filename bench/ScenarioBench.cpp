@@ -110,6 +110,36 @@ void BM_TechnicianApproach(benchmark::State& state) {
   state.counters["x_read"] = total / static_cast<double>(state.iterations()) / reference;
 }
 
+// The detection sequence of the VerifAlgo methods (its body lives with that class in the suite;
+// this is the same call sequence): parameters, dark frames, one frame at 150 s, mode 2, detection.
+int DetectionSequence(const std::string& image, bool nominal) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+  if (!plugin) return -1;
+  const AlgoParameters parameters{3, 100, 2, 1000, 2, 3.2f, 800, 0x00050046u, nominal};
+  plugin->SetAlgoParameters(parameters);
+  const std::string folder = Data().m_dataFolder + "ValidationAlgo1";
+  if (!plugin->LoadDarkFrames(folder + OMBRIX_SEP "Black_150s.tif",
+                              folder + OMBRIX_SEP "Black_1s.tif", std::string())) {
+    return -1;
+  }
+  plugin->BeginImage();
+  ExposedImage frame;
+  frame.image = cv::imread(folder + OMBRIX_SEP + image, cv::IMREAD_UNCHANGED);
+  frame.exposure = 150.0f;
+  plugin->PushImage(frame);
+  plugin->SetAlgorithmMode(2);
+  std::vector<DetectedObject> objects;
+  cv::Mat labels, mask;
+  plugin->DetectObjects(objects, labels, mask, 2, true);
+  return static_cast<int>(objects.size());
+}
+
+void BM_DetectionPTC(benchmark::State& state, bool nominal) {
+  RunAgainstRead(state, {"ValidationAlgo1"},
+                 [&] { benchmark::DoNotOptimize(DetectionSequence("PTC.tif", nominal)); });
+}
+
 // The three stack methods together; the reference is loading and unloading the library alone.
 void BM_StackMethods(benchmark::State& state) {
   std::vector<cv::Mat> eight, eightTens, floats;
@@ -156,6 +186,8 @@ BENCHMARK_CAPTURE(BM_DarkChamberBody, DarkChamberFail, std::string("DarkChamberF
     ->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_LightSourceBody, QT7M21013H, std::string("QT7M21013H"))
     ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DetectionPTC, Nominal, true)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_DetectionPTC, Control, false)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LightSourceAllTen)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TechnicianApproach)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StackMethods)->Unit(benchmark::kMillisecond);
