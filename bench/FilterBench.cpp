@@ -8,12 +8,12 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
 
 #include "Random.h"
+#include "RatioReporter.h"
 #include "filters/FilterCosmicRay.h"
 #include "filters/MedianFunction16U.h"
 
@@ -111,31 +111,6 @@ BENCHMARK(DiscMedianReference)
 BENCHMARK(CosmicRay)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(CosmicRayStraightforward)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Keeps each run's wall time per iteration so main can print the ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        seconds_[run.benchmark_name()] =
-            run.real_accumulated_time / static_cast<double>(run.iterations);
-      }
-    }
-  }
-  void PrintRatio(const std::string& what, const std::string& reference,
-                  const std::string& fast) const {
-    const auto r = seconds_.find(reference);
-    const auto f = seconds_.find(fast);
-    if (r == seconds_.end() || f == seconds_.end()) return;
-    std::printf("%-44s %8.3f s / %8.3f s = %6.1fx\n", what.c_str(), r->second, f->second,
-                r->second / f->second);
-  }
-
- private:
-  std::map<std::string, double> seconds_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -149,7 +124,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
               std::max(cv::getNumThreads() - 1, 1));
-  RatioReporter reporter;
+  ombrix_bench::CRatioReporter reporter(44);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
   reporter.PrintRatio("disc median radius 10 (reference body)",

@@ -9,13 +9,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
 #include "Random.h"
+#include "RatioReporter.h"
 #include "filters/GaussianBlur.h"
 #include "filters/Wavelet.h"
 
@@ -154,30 +154,6 @@ BENCHMARK(WaveletDecompose)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(WaveletDecomposeAndExtract)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(OpenCvSepFilterSevenLevels)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// Keeps each run's wall time per iteration so main can print the ratios.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        seconds_[run.benchmark_name()] =
-            run.real_accumulated_time / static_cast<double>(run.iterations);
-      }
-    }
-  }
-  void PrintRatio(const std::string& what, const std::string& ours, const std::string& peer) const {
-    const auto o = seconds_.find(ours);
-    const auto p = seconds_.find(peer);
-    if (o == seconds_.end() || p == seconds_.end()) return;
-    std::printf("%-48s %9.2f ms / %9.2f ms = %6.2fx\n", what.c_str(), 1e3 * o->second,
-                1e3 * p->second, o->second / p->second);
-  }
-
- private:
-  std::map<std::string, double> seconds_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -185,7 +161,7 @@ int main(int argc, char** argv) {
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   std::printf("OpenCV threads: %d\n", cv::getNumThreads());
   Frame();
-  RatioReporter reporter;
+  ombrix_bench::CRatioReporter reporter(48);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nOur time over OpenCV's in the same run, 2048 x 2048 16-bit (lower is faster):\n");
   for (const char* sigma : {"2", "7"}) {

@@ -6,13 +6,13 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
 
 #include "MtfChart.h"
 #include "MtfChartLayouts.h"
+#include "RatioReporter.h"
 #include "SlantedEdge.h"
 #include "mtf/MtfMeasurement.h"
 
@@ -120,30 +120,6 @@ BENCHMARK(ProfileSide1)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(ProfileSide2)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(ProfileSideReference)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        seconds_[run.benchmark_name()] =
-            run.real_accumulated_time / static_cast<double>(run.iterations);
-      }
-    }
-  }
-  void PrintRatio(const std::string& what, const std::string& run,
-                  const std::string& reference) const {
-    const auto r = seconds_.find(reference + "/real_time");
-    const auto f = seconds_.find(run + "/real_time");
-    if (r == seconds_.end() || f == seconds_.end()) return;
-    std::printf("%-52s %9.3f ms / %9.3f ms = %5.2f\n", what.c_str(), 1e3 * f->second,
-                1e3 * r->second, f->second / r->second);
-  }
-
- private:
-  std::map<std::string, double> seconds_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -153,17 +129,19 @@ int main(int argc, char** argv) {
   Chart();
   LargeEdge();
   SideEdge();
-  RatioReporter reporter;
+  ombrix_bench::CRatioReporter reporter(52);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nRatios (same process):\n");
-  reporter.PrintRatio("target measurement / detection alone (2048 x 1536)", "MeasureTargets",
-                      "DetectTargetsOnly");
-  reporter.PrintRatio("profile 2048 x 512, 1 thread / reference", "ProfileLarge1",
-                      "ProfileLargeReference");
-  reporter.PrintRatio("profile 2048 x 512, 2 threads / 1 thread", "ProfileLarge2", "ProfileLarge1");
-  reporter.PrintRatio("profile 240 x 150, 1 thread / reference", "ProfileSide1",
-                      "ProfileSideReference");
-  reporter.PrintRatio("profile 240 x 150, 2 threads / 1 thread", "ProfileSide2", "ProfileSide1");
+  reporter.PrintRatio("target measurement / detection alone (2048 x 1536)",
+                      "MeasureTargets/real_time", "DetectTargetsOnly/real_time");
+  reporter.PrintRatio("profile 2048 x 512, 1 thread / reference", "ProfileLarge1/real_time",
+                      "ProfileLargeReference/real_time");
+  reporter.PrintRatio("profile 2048 x 512, 2 threads / 1 thread", "ProfileLarge2/real_time",
+                      "ProfileLarge1/real_time");
+  reporter.PrintRatio("profile 240 x 150, 1 thread / reference", "ProfileSide1/real_time",
+                      "ProfileSideReference/real_time");
+  reporter.PrintRatio("profile 240 x 150, 2 threads / 1 thread", "ProfileSide2/real_time",
+                      "ProfileSide1/real_time");
   benchmark::Shutdown();
   return 0;
 }

@@ -6,7 +6,6 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "MtfChart.h"
 #include "MtfChartLayouts.h"
+#include "RatioReporter.h"
 #include "mtf/TargetDetection.h"
 
 namespace {
@@ -71,30 +71,6 @@ BENCHMARK(DetectChart8Automatic)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(DetectChart16)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(CannyAndContours)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.run_type == Run::RT_Iteration && run.iterations > 0) {
-        seconds_[run.benchmark_name()] =
-            run.real_accumulated_time / static_cast<double>(run.iterations);
-      }
-    }
-  }
-  void PrintRatio(const std::string& what, const std::string& run,
-                  const std::string& reference) const {
-    const auto r = seconds_.find(reference);
-    const auto f = seconds_.find(run);
-    if (r == seconds_.end() || f == seconds_.end()) return;
-    std::printf("%-46s %8.2f ms / %8.2f ms = %5.2f\n", what.c_str(), 1e3 * f->second,
-                1e3 * r->second, f->second / r->second);
-  }
-
- private:
-  std::map<std::string, double> seconds_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -103,7 +79,7 @@ int main(int argc, char** argv) {
   // Render before timing.
   Chart8();
   Chart16();
-  RatioReporter reporter;
+  ombrix_bench::CRatioReporter reporter(46);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   std::printf("\nDetection time over Canny + findContours of the same 2048 x 1536 chart:\n");
   reporter.PrintRatio("full size (workingSize 2048), 8-bit", "DetectChart8/real_time",
