@@ -5,6 +5,7 @@
 //   calibrate_mtf_charts
 #include <cstdio>
 
+#include "Bisect.h"
 #include "MtfChartLayouts.h"
 #include "mtf/MtfMeasurement.h"
 
@@ -27,15 +28,8 @@ double MeanEfficiency(const datagen::ChartLayout& layout, double sigma,
 // figure only jitters (about 0.1 %) as the edges move against the pixel grid.
 double Bisect(const datagen::ChartLayout& layout, const datagen::ChartQuantisation& quantisation,
               double lo, double hi, double aim) {
-  for (int i = 0; i < 9; ++i) {
-    const double mid = 0.5 * (lo + hi);
-    if (MeanEfficiency(layout, mid, quantisation) > aim) {
-      lo = mid;
-    } else {
-      hi = mid;
-    }
-  }
-  return 0.5 * (lo + hi);
+  return datagen::BisectFalling(
+      lo, hi, aim, 9, [&](double sigma) { return MeanEfficiency(layout, sigma, quantisation); });
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 //   calibrate_mtf_edges
 #include <cstdio>
 
+#include "Bisect.h"
 #include "MtfEdgeModels.h"
 #include "mtf/MtfMeasurement.h"
 
@@ -20,15 +21,8 @@ MtfResult Measure(double sigma, std::uint64_t seed) {
 // Both figures fall as sigma grows.
 template <class Figure>
 double Bisect(double lo, double hi, double target, std::uint64_t seed, Figure figure) {
-  for (int i = 0; i < 30; ++i) {
-    const double mid = 0.5 * (lo + hi);
-    if (figure(Measure(mid, seed)) > target) {
-      lo = mid;
-    } else {
-      hi = mid;
-    }
-  }
-  return 0.5 * (lo + hi);
+  return datagen::BisectFalling(lo, hi, target, 30,
+                                [&](double sigma) { return figure(Measure(sigma, seed)); });
 }
 
 }  // namespace
