@@ -5,22 +5,7 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
-namespace {
-
-// Median of values (reordered): the k-th order statistic is the same value whatever order
-// nth_element leaves the rest in.
-double MedianInPlace(std::vector<float>& values) {
-  const size_t n = values.size();
-  if (n == 0) return std::numeric_limits<double>::quiet_NaN();
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(n / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  const double upper = *middle;
-  if (n % 2 == 1) return upper;
-  const double lower = *std::max_element(values.begin(), middle);
-  return 0.5 * (lower + upper);
-}
-
-}  // namespace
+#include "RobustStatistics.h"
 
 void CDarkChamberInspection::RobustStatistics(const cv::Mat& image32f, double& median,
                                               double& noise) {
@@ -32,9 +17,7 @@ void CDarkChamberInspection::RobustStatistics(const cv::Mat& image32f, double& m
       if (std::isfinite(row[x])) values.push_back(row[x]);
     }
   }
-  median = MedianInPlace(values);
-  for (float& v : values) v = static_cast<float>(std::abs(v - median));
-  noise = kMadToSigma * MedianInPlace(values);
+  CRobustStatistics::MedianAndNoise(values, median, noise);
 }
 
 double CDarkChamberInspection::MedianReference(std::vector<float> values) {

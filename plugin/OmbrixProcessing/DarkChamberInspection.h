@@ -11,12 +11,14 @@
 #include <opencv2/core.hpp>
 #include <vector>
 
+#include "RobustStatistics.h"
+
 class CDarkChamberInspection {
  public:
   static constexpr double kNoiseFactor = 6.0;
   static constexpr int kMinRegionArea = 16;
   // Robust noise of a normal distribution from its median absolute deviation.
-  static constexpr double kMadToSigma = 1.4826;
+  static constexpr double kMadToSigma = CRobustStatistics::kMadToSigma;
 
   virtual ~CDarkChamberInspection() = default;
 

@@ -5,13 +5,12 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
+#include "RobustStatistics.h"
 #include "filters/FilterCosmicRay.h"
 #include "filters/GaussianBlur.h"
 
 namespace {
 
-// Scale from the median absolute deviation to the standard deviation of a normal distribution.
-constexpr double kMadToSigma = 1.4826;
 // Integer samples carry at least their rounding noise, so a perfectly flat frame still gets a
 // finite threshold.
 const double kQuantizationNoise = 1.0 / std::sqrt(12.0);
@@ -33,18 +32,6 @@ constexpr int kMaxCleaningPasses = 3;
 constexpr double kShift = 16384.0;
 constexpr double kShiftedCeiling = 32767.0;
 constexpr double kPi = 3.14159265358979323846;
-
-double MedianInPlace(std::vector<float>& values) {
-  const size_t n = values.size();
-  const size_t mid = n / 2;
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(mid), values.end());
-  const double upper = values[mid];
-  if (n % 2 == 1) return upper;
-  // The lower middle value is the largest of the lower half, whatever order nth_element left.
-  const double lower =
-      *std::max_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(mid));
-  return 0.5 * (lower + upper);
-}
 
 // Raster-order 8-connected labelling of a binary image: the component met first in a row-major
 // scan gets label 1. Fills labels (CV_32S) and the sample indices of every component.
@@ -135,9 +122,7 @@ void CSpotDetector::RobustStatistics(const cv::Mat& frame32f, double& median, do
     const float* f = frame32f.ptr<float>(y);
     values.insert(values.end(), f, f + frame32f.cols);
   }
-  median = MedianInPlace(values);
-  for (float& v : values) v = static_cast<float>(std::abs(v - median));
-  noise = kMadToSigma * MedianInPlace(values);
+  CRobustStatistics::MedianAndNoise(values, median, noise);
 }
 
 int CSpotDetector::RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius,
@@ -249,7 +234,7 @@ int CSpotDetector::RemoveCosmicRays(const cv::Mat& frame32f, double background, 
         const float value =
             samples.empty()
                 ? static_cast<float>(discMedian.at<std::uint16_t>(y, x) - kShift + background)
-                : static_cast<float>(MedianInPlace(samples));
+                : static_cast<float>(CRobustStatistics::MedianInPlace(samples));
         replacements.emplace_back(y * cols + x, value);
       }
     }
