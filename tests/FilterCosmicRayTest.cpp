@@ -8,25 +8,16 @@
 #include <opencv2/core.hpp>
 #include <string>
 
+#include "CvErrors.h"
+#include "ImageHelpers.h"
 #include "RandomImages.h"
 #include "filters/FilterCosmicRay.h"
 #include "filters/MedianFunction16U.h"
 
 namespace {
 
-cv::Exception CaptureError(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const cv::Exception& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no cv::Exception was raised";
-  return cv::Exception();
-}
-
-bool Equal(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
+using testerrors::CaptureError;
+using testimages::Equal;
 
 std::uint16_t At(const cv::Mat& m, int y, int x) { return m.at<std::uint16_t>(y, x); }
 
@@ -246,18 +237,11 @@ TEST(FilterCosmicRayTest, FastPathEqualsStraightforwardOnRandomImages) {
   int attempts = 0;
   while (cases < 100 && attempts < 5000) {
     ++attempts;
-    const int cols = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
-    const int rows = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
-    const int radius = rng.Int(3, 40);
-    const double window =
-        std::min(2.0 * radius + 1, 1.0 * cols) * std::min(2.0 * radius + 1, 1.0 * rows);
-    if (1.0 * cols * rows * window > caseBudget) continue;
-    const auto model = static_cast<testimages::Values>(cases % testimages::kValueModels);
-    // Every fifth source is a region of a larger image, so its rows are further apart than its
-    // width.
-    const cv::Mat src = cases % 5 == 4 ? testimages::RandomImage(rng, rows + 3, cols + 5,
-                                                                 model)(cv::Rect(2, 1, cols, rows))
-                                       : testimages::RandomImage(rng, rows, cols, model);
+    cv::Mat src;
+    int radius = 0;
+    if (!testimages::DrawDiscCase(rng, cases, 3, caseBudget, src, radius)) continue;
+    const int cols = src.cols;
+    const int rows = src.rows;
     // Thresholds from far below to far above the 16-bit difference range.
     const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
                               40000, -32767, -32768, -32769, -70000, 65535};

@@ -9,18 +9,14 @@
 #include <vector>
 
 #include "ImageCompare.h"
+#include "ImageHelpers.h"
 #include "Random.h"
 #include "filters/GaussianBlur.h"
 
 namespace {
 
-int Reflect101(int p, int length) {
-  if (length == 1) return 0;
-  while (p < 0 || p >= length) {
-    p = p < 0 ? -p : 2 * (length - 1) - p;
-  }
-  return p;
-}
+using testimages::MaxAbsDiff;
+using testimages::Reflect101;
 
 // Correlation with a kernel (rows x cols of doubles) at its centre, reflect-101 border, exact
 // double sums; the result is left unrounded.
@@ -61,16 +57,6 @@ cv::Mat NaiveSeparable(const cv::Mat& src, const CGaussianBlur& blur) {
   cv::Mat scaled;
   both.convertTo(scaled, CV_64F, 1.0 / blur.Scale());
   return Store(scaled, depth);
-}
-
-double MaxAbsDiff(const cv::Mat& a, const cv::Mat& b) {
-  cv::Mat a64, b64, diff;
-  a.convertTo(a64, CV_64F);
-  b.convertTo(b64, CV_64F);
-  cv::absdiff(a64, b64, diff);
-  double maxVal = 0.0;
-  cv::minMaxIdx(diff, nullptr, &maxVal);
-  return maxVal;
 }
 
 cv::Mat RandomImage(int rows, int cols, int type, std::uint64_t seed, double lo, double hi) {

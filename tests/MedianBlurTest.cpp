@@ -10,21 +10,16 @@
 #include <string>
 #include <vector>
 
+#include "CvErrors.h"
+#include "ImageHelpers.h"
 #include "RandomImages.h"
 #include "filters/FilterCosmicRay.h"
 #include "filters/MedianFunction16U.h"
 
 namespace {
 
-cv::Exception CaptureError(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const cv::Exception& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no cv::Exception was raised";
-  return cv::Exception();
-}
+using testerrors::CaptureError;
+using testimages::Equal;
 
 void ExpectMedianBlurError(const cv::Exception& e, int code, const std::string& message, int line) {
   EXPECT_EQ(e.code, code);
@@ -47,10 +42,6 @@ cv::Mat Fast(const cv::Mat& src, int radius) {
   cv::Mat dst;
   CFilterCosmicRay::MedianBlur(src, dst, radius);
   return dst;
-}
-
-bool Equal(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
 }
 
 cv::Mat Row16(std::initializer_list<int> values) {
@@ -364,19 +355,9 @@ TEST(MedianBlurTest, FastBodyEqualsReferenceOnRandomImages) {
   int attempts = 0;
   while (cases < 100 && attempts < 5000) {
     ++attempts;
-    // Half the cases small, so that discs cut on several sides are common.
-    const int cols = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
-    const int rows = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
-    const int radius = rng.Int(1, 40);
-    const double window =
-        std::min(2.0 * radius + 1, 1.0 * cols) * std::min(2.0 * radius + 1, 1.0 * rows);
-    if (1.0 * cols * rows * window > caseBudget) continue;
-    const auto model = static_cast<testimages::Values>(cases % testimages::kValueModels);
-    // Every fifth source is a region of a larger image, so its rows are further apart than its
-    // width.
-    const cv::Mat src = cases % 5 == 4 ? testimages::RandomImage(rng, rows + 3, cols + 5,
-                                                                 model)(cv::Rect(2, 1, cols, rows))
-                                       : testimages::RandomImage(rng, rows, cols, model);
+    cv::Mat src;
+    int radius = 0;
+    if (!testimages::DrawDiscCase(rng, cases, 1, caseBudget, src, radius)) continue;
     ExpectIdentical(src, radius, {});
     if (HasFatalFailure()) return;
     ++cases;

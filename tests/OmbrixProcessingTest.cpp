@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "../testdata/generator/Random.h"
+#include "CvErrors.h"
 #include "DarkChamberInspection.h"
 #include "DarkReference.h"
 #include "DynamicLibrary.h"
@@ -24,22 +25,11 @@
 
 namespace {
 
+using testerrors::ExpectCvError;
+
 namespace fs = std::filesystem;
 
 const std::string kData = OMBRIX_TEST_DATA_DIR;
-
-// Expects a cv::Exception with this code, message and function from the call.
-template <class Call>
-void ExpectCvError(Call call, int code, const std::string& message, const std::string& function) {
-  try {
-    call();
-    ADD_FAILURE() << "no cv::Exception";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, code);
-    EXPECT_EQ(e.err, message);
-    EXPECT_EQ(e.func, function);
-  }
-}
 
 cv::Mat NoiseImage(int rows, int cols, double mean, double sigma, std::uint64_t seed) {
   datagen::Random rng(seed);

@@ -1,5 +1,6 @@
-// Random 16-bit test images for the filter identity tests, from the project's deterministic
-// generator: several value models so that ties, the top bit, smooth data and wild data all occur.
+// Random 16-bit test images and cases for the filter identity tests, from the project's
+// deterministic generator: several value models so that ties, the top bit, smooth data and wild
+// data all occur.
 #pragma once
 
 #include <algorithm>
@@ -54,6 +55,24 @@ inline cv::Mat RandomImage(datagen::Random& rng, int rows, int cols, Values mode
     }
   }
   return image;
+}
+
+// One random case of a disc filter's identity test: half the sides at most 40, so that discs cut
+// on several sides are common; a radius in minRadius..40; the value model cycling with caseIndex;
+// every fifth source a region of a larger image, so its rows are further apart than its width.
+// False, with no image drawn, when the case would cost more than budget window pixels.
+inline bool DrawDiscCase(datagen::Random& rng, int caseIndex, int minRadius, double budget,
+                         cv::Mat& src, int& radius) {
+  const int cols = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
+  const int rows = rng.Uniform() < 0.5 ? rng.Int(1, 40) : rng.Int(1, 300);
+  radius = rng.Int(minRadius, 40);
+  const double window =
+      std::min(2.0 * radius + 1, 1.0 * cols) * std::min(2.0 * radius + 1, 1.0 * rows);
+  if (1.0 * cols * rows * window > budget) return false;
+  const auto model = static_cast<Values>(caseIndex % kValueModels);
+  src = caseIndex % 5 == 4 ? RandomImage(rng, rows + 3, cols + 5, model)(cv::Rect(2, 1, cols, rows))
+                           : RandomImage(rng, rows, cols, model);
+  return true;
 }
 
 }  // namespace testimages

@@ -16,10 +16,13 @@
 #include <vector>
 
 #include "../testdata/generator/Random.h"
+#include "CvErrors.h"
 #include "OmbrixProcessing.h"
 #include "SpotDetector.h"
 
 namespace {
+
+using testerrors::ExpectCvError;
 
 using Rejection = CSpotDetector::Rejection;
 
@@ -127,18 +130,6 @@ std::vector<DetectedObject> Detect(const CSpotDetector& detector, const cv::Mat&
     }
   }
   return ::testing::AssertionSuccess();
-}
-
-template <class Call>
-void ExpectCvError(Call call, int code, const std::string& message, const std::string& function) {
-  try {
-    call();
-    ADD_FAILURE() << "no cv::Exception";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, code);
-    EXPECT_EQ(e.err, message);
-    EXPECT_EQ(e.func, function);
-  }
 }
 
 // A 3 x 3 grid of spots with peaks from 300 to 3000 ADU on a 256 x 256 frame.

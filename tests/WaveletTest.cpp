@@ -9,20 +9,16 @@
 #include <vector>
 
 #include "ImageCompare.h"
+#include "ImageHelpers.h"
 #include "Random.h"
 #include "filters/Wavelet.h"
 
 namespace {
 
-const std::vector<double> kB3 = {0.0625, 0.25, 0.375, 0.25, 0.0625};
+using testimages::MaxAbsDiff;
+using testimages::Reflect101;
 
-int Reflect101(int p, int length) {
-  if (length == 1) return 0;
-  while (p < 0 || p >= length) {
-    p = p < 0 ? -p : 2 * (length - 1) - p;
-  }
-  return p;
-}
+const std::vector<double> kB3 = {0.0625, 0.25, 0.375, 0.25, 0.0625};
 
 // One level of a-trous smoothing written out: taps 2^level apart (no stored zeros), a vertical
 // pass then a horizontal one, each rounded and saturated to signed 16 bits.
@@ -50,16 +46,6 @@ cv::Mat NaiveSmooth(const cv::Mat& src16s, const std::vector<double>& kernel, in
     }
   }
   return both;
-}
-
-double MaxAbsDiff(const cv::Mat& a, const cv::Mat& b) {
-  cv::Mat a64, b64, diff;
-  a.convertTo(a64, CV_64F);
-  b.convertTo(b64, CV_64F);
-  cv::absdiff(a64, b64, diff);
-  double maxVal = 0.0;
-  cv::minMaxIdx(diff, nullptr, &maxVal);
-  return maxVal;
 }
 
 cv::Mat RandomIntegers(int rows, int cols, int type, std::uint64_t seed, int lo, int hi) {
