@@ -319,26 +319,16 @@ TEST(OmbrixProcessing, LightSourceFactorFollowsTheExposureOfTheFramesPushed) {
 
 // ---- Stack statistics -----------------------------------------------------------------------
 
-std::vector<cv::Mat> FilledStack(int type, double step) {
-  std::vector<cv::Mat> images;
-  for (int i = 0; i < 10; ++i) {
-    cv::Mat image = cv::Mat::zeros(3, 3, type);
-    image.setTo(cv::Scalar(i * step));
-    images.push_back(image);
-  }
-  return images;
-}
-
 TEST(StackStatistics, MinimumAndAverageOfFilledStacks) {
   COmbrixProcessing plugin;
   cv::Mat result;
-  plugin.StackMinimum(result, FilledStack(CV_8UC1, 1.0));
+  plugin.StackMinimum(result, scenarios::ConstantImages(CV_8UC1, 1.0));
   EXPECT_EQ(result.type(), CV_8UC1);
   EXPECT_EQ(result.at<uchar>(0, 0), 0);
-  plugin.StackAverage(result, FilledStack(CV_8UC1, 10.0));
+  plugin.StackAverage(result, scenarios::ConstantImages(CV_8UC1, 10.0));
   EXPECT_EQ(result.type(), CV_8UC1);
   EXPECT_EQ(result.at<uchar>(2, 2), 45);
-  plugin.StackAverage(result, FilledStack(CV_32FC1, 1.0));
+  plugin.StackAverage(result, scenarios::ConstantImages(CV_32FC1, 1.0));
   EXPECT_EQ(result.type(), CV_32FC1);
   EXPECT_EQ(result.at<float>(1, 1), 4.5f);
   // 8-bit means are rounded to nearest, ties to even: (0 + 1) / 2 and (1 + 2) / 2.
@@ -437,7 +427,7 @@ TEST(OmbrixProcessingModule, LoadsThroughTheFactoryAndComputes) {
       collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
   ASSERT_TRUE(plugin);
   cv::Mat result;
-  plugin->StackAverage(result, FilledStack(CV_32FC1, 1.0));
+  plugin->StackAverage(result, scenarios::ConstantImages(CV_32FC1, 1.0));
   EXPECT_EQ(result.at<float>(0, 0), 4.5f);
   // Reserved slots are harmless.
   plugin->Reserved01();

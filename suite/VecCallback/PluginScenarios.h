@@ -1,7 +1,8 @@
 // Scenario bodies shared by the suite's processing plug-in classes (VerifDarkChamber,
 // LighSourceCalibration, VerifAlgo, Stack, MTF): making the plug-in object through a factory
-// collection, and the dark-reference sequence that feeds the dark-chamber and light-source
-// figures. A body takes its test object for the data folder; paths are plain concatenations.
+// collection, the dark-reference sequence that feeds the dark-chamber and light-source figures,
+// and the Stack methods' constant images. A body takes its test object for the data folder;
+// paths are plain concatenations.
 //
 // Every body declares its CFactoryCollection first and the plug-in pointer after it, and its
 // frame and file lists after the pointer, so that tear-down runs lists, plug-in object, then the
@@ -96,6 +97,18 @@ float LightSourceBody(const Test& test, const std::string& subfolder) {
                                [](IOmbrixProcessing& plugin, const cv::Mat& minimum) {
                                  return plugin.ComputeLightSourceFactor(minimum);
                                });
+}
+
+// The Stack methods' input: ten constant 3 x 3 images of the given type holding 0, step, ...,
+// 9 x step.
+inline std::vector<cv::Mat> ConstantImages(int type, double step) {
+  std::vector<cv::Mat> images;
+  for (int i = 0; i < 10; ++i) {
+    cv::Mat image = cv::Mat::zeros(3, 3, type);
+    image.setTo(cv::Scalar(i * step));
+    images.push_back(image);
+  }
+  return images;
 }
 
 }  // namespace scenarios

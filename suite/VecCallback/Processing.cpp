@@ -143,17 +143,6 @@ TEST_CLASS(Wavelet) {
   }
 };
 
-// Ten constant 3 x 3 images of the given type holding 0, step, ..., 9 x step.
-static std::vector<cv::Mat> ConstantImages(int type, double step) {
-  std::vector<cv::Mat> images;
-  for (int i = 0; i < 10; ++i) {
-    cv::Mat image = cv::Mat::zeros(3, 3, type);
-    image.setTo(cv::Scalar(i * step));
-    images.push_back(image);
-  }
-  return images;
-}
-
 // The plug-in's stack methods (Minimum, Average_8U, Average_32F) join this class.
 TEST_CLASS(Stack) {
  public:
@@ -177,7 +166,7 @@ TEST_CLASS(Stack) {
     CFactoryCollection collection;
     std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = ConstantImages(CV_8UC1, 1.0);
+    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_8UC1, 1.0);
     cv::Mat result;
     plugin->StackMinimum(result, images);
     Assert::IsTrue(result.at<uchar>(0, 0) == 0);
@@ -187,7 +176,7 @@ TEST_CLASS(Stack) {
     CFactoryCollection collection;
     std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = ConstantImages(CV_8UC1, 10.0);
+    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_8UC1, 10.0);
     cv::Mat result;
     plugin->StackAverage(result, images);
     Assert::IsTrue(result.at<uchar>(0, 0) == 45);
@@ -197,7 +186,7 @@ TEST_CLASS(Stack) {
     CFactoryCollection collection;
     std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = ConstantImages(CV_32FC1, 1.0);
+    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_32FC1, 1.0);
     cv::Mat result;
     plugin->StackAverage(result, images);
     Assert::IsTrue(result.at<float>(0, 0) == 4.5f);
