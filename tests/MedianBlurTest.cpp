@@ -365,6 +365,82 @@ TEST(MedianBlurTest, FastBodyEqualsReferenceOnRandomImages) {
   EXPECT_EQ(cases, 100);
 }
 
+// Members of the disc of `radius` around (x, y) that lie inside a cols x rows image, counted with
+// the integer form of the membership test.
+int CutDiscCount(int x, int y, int cols, int rows, int radius) {
+  int n = 0;
+  for (int yy = std::max(y - radius, 0); yy <= std::min(y + radius, rows - 1); ++yy) {
+    for (int xx = std::max(x - radius, 0); xx <= std::min(x + radius, cols - 1); ++xx) {
+      const int dx = xx - x;
+      const int dy = yy - y;
+      if (4 * (dx * dx + dy * dy) <= (2 * radius + 1) * (2 * radius + 1)) ++n;
+    }
+  }
+  return n;
+}
+
+TEST(MedianBlurTest, FastBodyEqualsReferenceAtEveryBorderConfiguration) {
+  // Cut discs with an odd count come from the sliding histogram and those with an even count from
+  // the gathered selection: every pixel of every side length from 1 to past the diameter, so that
+  // corners, discs cut on two opposite sides, radii larger than the image and one-pixel-wide
+  // images all occur, with values across the whole range.
+  datagen::Random rng(1117);
+  long oddCut = 0;
+  long evenCut = 0;
+  for (int radius = 1; radius <= 9; ++radius) {
+    const int diameter = 2 * radius + 1;
+    for (int cols :
+         {1, 2, 3, radius, radius + 1, diameter - 1, diameter, diameter + 1, diameter + 3}) {
+      for (int rows : {1, 2, radius + 1, diameter, diameter + 2}) {
+        const auto model =
+            static_cast<testimages::Values>((cols + rows + radius) % testimages::kValueModels);
+        const cv::Mat src = testimages::RandomImage(rng, rows, cols, model);
+        ExpectIdentical(src, radius, {});
+        if (HasFatalFailure()) return;
+        const int full = CutDiscCount(radius, radius, diameter, diameter, radius);
+        for (int y = 0; y < rows; ++y) {
+          for (int x = 0; x < cols; ++x) {
+            const int n = CutDiscCount(x, y, cols, rows, radius);
+            if (n != full) ++(n % 2 == 1 ? oddCut : evenCut);
+          }
+        }
+      }
+    }
+  }
+  EXPECT_GT(oddCut, 10000);
+  EXPECT_GT(evenCut, 10000);
+}
+
+TEST(MedianBlurTest, SlidingMediansOverPartRowsEqualsReference) {
+  // The sliding body started and stopped at any column of any row, including the image edges.
+  datagen::Random rng(2029);
+  DiscHistogram hist;
+  for (int c = 0; c < 40; ++c) {
+    const int cols = rng.Int(1, 60);
+    const int rows = rng.Int(1, 60);
+    const int radius = rng.Int(1, 25);
+    const cv::Mat src = testimages::RandomImage(
+        rng, rows, cols, static_cast<testimages::Values>(c % testimages::kValueModels));
+    const cv::Mat reference = Reference(src, radius);
+    const MedianFunction_16U body(nullptr, src.data, 0, static_cast<std::uint32_t>(src.step[0]),
+                                  src.cols, src.rows, radius, 16);
+    const std::vector<int> halfWidths = MedianFunction_16U::DiscHalfWidths(radius);
+    std::vector<unsigned short> scratch(static_cast<std::size_t>(2 * radius + 1) *
+                                        (2 * radius + 1));
+    for (int y = 0; y < rows; ++y) {
+      const int first = rng.Int(0, cols - 1);
+      const int last = rng.Int(first, cols - 1);
+      std::vector<unsigned short> out(static_cast<std::size_t>(last - first + 1));
+      body.SlidingMedians(y, first, last, halfWidths.data(), hist, scratch.data(), out.data());
+      for (int x = first; x <= last; ++x) {
+        ASSERT_EQ(out[x - first], reference.at<std::uint16_t>(y, x))
+            << cols << "x" << rows << " radius " << radius << " at " << x << "," << y << " from "
+            << first << " to " << last;
+      }
+    }
+  }
+}
+
 TEST(MedianBlurTest, FastBodyEqualsReferenceOnLargeImages) {
   datagen::Random rng(99);
   struct Case {

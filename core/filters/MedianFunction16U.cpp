@@ -124,41 +124,86 @@ unsigned short MedianFunction_16U::GatheredMedianAt(int x, int y, const int* hal
 
 void MedianFunction_16U::InteriorMedians(int y, int first, int last, const int* halfWidths,
                                          DiscHistogram& hist, unsigned short* out) const {
-  const int diameter = 2 * radius_ + 1;
-  // Offsets, from the disc's top row at the current column, of each disc row's leftmost member
-  // and of the sample just right of its rightmost member; stepping right removes the first and
-  // adds the second.
-  std::vector<std::ptrdiff_t> leftOut(static_cast<std::size_t>(diameter));
-  std::vector<std::ptrdiff_t> rightIn(static_cast<std::size_t>(diameter));
+  // Full discs hold an odd count, so the sliding body never needs a scratch buffer here.
+  SlidingMedians(y, first, last, halfWidths, hist, nullptr, out);
+}
+
+void MedianFunction_16U::SlidingMedians(int y, int first, int last, const int* halfWidths,
+                                        DiscHistogram& hist, unsigned short* scratch,
+                                        unsigned short* out) const {
+  // The histogram holds exactly the disc cut to the image: rows above or below the image are
+  // absent, and at the left and right edges only the in-image part of each row is counted. An odd
+  // count's result is the true median, which any exact method gives, so the histogram answers it;
+  // an even count's result depends on the selection's order and is gathered and selected as in
+  // MedianAt.
+  const int dyFirst = std::max(-radius_, -y);
+  const int dyLast = std::min(radius_, height_ - 1 - y);
+  const int rowCount = dyLast - dyFirst + 1;
+  const int* widths = halfWidths + (dyFirst + radius_);
   const std::ptrdiff_t stride = srcStep_ / sizeof(unsigned short);
   const auto* top =
-      reinterpret_cast<const unsigned short*>(srcData_ + (y - radius_) * std::size_t{srcStep_});
+      reinterpret_cast<const unsigned short*>(srcData_ + (y + dyFirst) * std::size_t{srcStep_});
+  constexpr int kLanes = DiscHistogram::kLanes;
+
+  // Offsets, from the top row at the current column, of each disc row's leftmost member and of
+  // the sample just right of its rightmost member; an unclipped step removes the first and adds
+  // the second.
+  std::vector<std::ptrdiff_t> leftOut(static_cast<std::size_t>(rowCount));
+  std::vector<std::ptrdiff_t> rightIn(static_cast<std::size_t>(rowCount));
   int count = 0;
-  for (int i = 0; i < diameter; ++i) {
-    leftOut[i] = i * stride - halfWidths[i];
-    rightIn[i] = i * stride + halfWidths[i] + 1;
-    const unsigned short* row = top + i * stride + first;
-    for (int dx = -halfWidths[i]; dx <= halfWidths[i]; ++dx) {
-      hist.Add(row[dx], i % DiscHistogram::kLanes);
+  for (int i = 0; i < rowCount; ++i) {
+    leftOut[i] = i * stride - widths[i];
+    rightIn[i] = i * stride + widths[i] + 1;
+    const unsigned short* row = top + i * stride;
+    const int x0 = std::max(first - widths[i], 0);
+    const int x1 = std::min(first + widths[i], width_ - 1);
+    for (int xx = x0; xx <= x1; ++xx) hist.Add(row[xx], i % kLanes);
+    count += x1 - x0 + 1;
+  }
+  auto medianAt = [&](int x) {
+    return count % 2 == 1 ? hist.Rank(count / 2) : GatheredMedianAt(x, y, halfWidths, scratch);
+  };
+  // Stepping right from x removes column x - halfWidth and adds x + 1 + halfWidth of each disc
+  // row; the steps from x in [freeFirst, freeEnd) need no clipping and keep the count.
+  auto clippedStep = [&](int x) {
+    for (int i = 0; i < rowCount; ++i) {
+      const unsigned short* row = top + i * stride;
+      if (x - widths[i] >= 0) {
+        hist.Remove(row[x - widths[i]], i % kLanes);
+        --count;
+      }
+      if (x + 1 + widths[i] < width_) {
+        hist.Add(row[x + 1 + widths[i]], i % kLanes);
+        ++count;
+      }
     }
-    count += 2 * halfWidths[i] + 1;
+  };
+  const int freeFirst = std::min(std::max(first, radius_), last);
+  const int freeEnd = std::max(freeFirst, std::min(last, width_ - 1 - radius_));
+  out[0] = medianAt(first);
+  int x = first;
+  for (; x < freeFirst; ++x) {
+    clippedStep(x);
+    out[x + 1 - first] = medianAt(x + 1);
   }
   const int middle = count / 2;
-  const std::ptrdiff_t* outOffsets = leftOut.data();
-  const std::ptrdiff_t* inOffsets = rightIn.data();
-  out[0] = hist.Rank(middle);
-  for (int x = first; x < last; ++x) {
+  const bool odd = count % 2 == 1;
+  for (; x < freeEnd; ++x) {
     const unsigned short* column = top + x;
-    for (int i = 0; i < diameter; ++i) {
-      hist.Replace(column[outOffsets[i]], column[inOffsets[i]], i % DiscHistogram::kLanes);
+    for (int i = 0; i < rowCount; ++i) {
+      hist.Replace(column[leftOut[i]], column[rightIn[i]], i % kLanes);
     }
-    out[x + 1 - first] = hist.Rank(middle);
+    out[x + 1 - first] = odd ? hist.Rank(middle) : GatheredMedianAt(x + 1, y, halfWidths, scratch);
   }
-  for (int i = 0; i < diameter; ++i) {
-    const unsigned short* row = top + i * stride + last;
-    for (int dx = -halfWidths[i]; dx <= halfWidths[i]; ++dx) {
-      hist.Remove(row[dx], i % DiscHistogram::kLanes);
-    }
+  for (; x < last; ++x) {
+    clippedStep(x);
+    out[x + 1 - first] = medianAt(x + 1);
+  }
+  for (int i = 0; i < rowCount; ++i) {
+    const unsigned short* row = top + i * stride;
+    const int x0 = std::max(last - widths[i], 0);
+    const int x1 = std::min(last + widths[i], width_ - 1);
+    for (int xx = x0; xx <= x1; ++xx) hist.Remove(row[xx], i % kLanes);
   }
 }
 
@@ -170,26 +215,9 @@ void MedianFunction_16U::operator()(const cv::Range& rows) const {
   std::vector<unsigned short> scratch(static_cast<std::size_t>(2 * radius_ + 1) * (2 * radius_ + 1),
                                       0);
   const std::vector<int> halfWidths = DiscHalfWidths(radius_);
-  // Columns and rows whose disc lies wholly inside the image.
-  const int innerFirst = radius_;
-  const int innerLast = width_ - 1 - radius_;
-  const bool anyInnerColumn = innerFirst <= innerLast;
   DiscHistogram hist;
   for (int y = begin; y < end; ++y) {
     auto* out = reinterpret_cast<unsigned short*>(dstData_ + y * std::size_t{dstStep_});
-    const bool innerRow = anyInnerColumn && y >= radius_ && y <= height_ - 1 - radius_;
-    if (!innerRow) {
-      for (int x = 0; x < width_; ++x) {
-        out[x] = GatheredMedianAt(x, y, halfWidths.data(), scratch.data());
-      }
-      continue;
-    }
-    for (int x = 0; x < innerFirst; ++x) {
-      out[x] = GatheredMedianAt(x, y, halfWidths.data(), scratch.data());
-    }
-    InteriorMedians(y, innerFirst, innerLast, halfWidths.data(), hist, out + innerFirst);
-    for (int x = innerLast + 1; x < width_; ++x) {
-      out[x] = GatheredMedianAt(x, y, halfWidths.data(), scratch.data());
-    }
+    SlidingMedians(y, 0, width_ - 1, halfWidths.data(), hist, scratch.data(), out);
   }
 }

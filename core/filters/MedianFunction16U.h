@@ -68,9 +68,7 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
         bitDepth_(bitDepth) {}
   ~MedianFunction_16U() override = default;
 
-  // Same values as ReferenceRows. Pixels whose disc lies inside the image hold an odd count, so
-  // their median is the true median and comes from a sliding histogram; pixels whose disc is cut
-  // by the edge are gathered in the reference order and selected exactly like MedianAt.
+  // Same values as ReferenceRows, row by row through SlidingMedians.
   void operator()(const cv::Range& rows) const override;
 
   // The disc median at one pixel by gathering the disc into scratch (at least (2r+1)^2 entries)
@@ -100,6 +98,14 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // written to out[0..last - first]. hist must be empty; it is left empty.
   void InteriorMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
                        unsigned short* out) const;
+
+  // Medians of row y for columns first..last (inclusive), any row and columns of the image,
+  // written to out[0..last - first]. A sliding histogram holds the disc cut to the image: it
+  // answers pixels whose cut disc holds an odd count (the true median, which is every full disc
+  // and about half of the cut ones); even counts are gathered into scratch (at least (2r+1)^2
+  // entries) and selected like MedianAt. hist must be empty; it is left empty.
+  void SlidingMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
+                      unsigned short* scratch, unsigned short* out) const;
 
  private:
   bool StepsValid() const;
