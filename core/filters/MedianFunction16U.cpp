@@ -163,8 +163,8 @@ void MedianFunction_16U::SlidingMedians(int y, int first, int last, const int* h
   auto medianAt = [&](int x) {
     return count % 2 == 1 ? hist.Rank(count / 2) : GatheredMedianAt(x, y, halfWidths, scratch);
   };
-  // Stepping right from x removes column x - halfWidth and adds x + 1 + halfWidth of each disc
-  // row; the steps from x in [freeFirst, freeEnd) need no clipping and keep the count.
+  // Stepping right from x removes column x - halfWidth and adds column x + 1 + halfWidth of each
+  // disc row, each only where it lies inside the image.
   auto clippedStep = [&](int x) {
     for (int i = 0; i < rowCount; ++i) {
       const unsigned short* row = top + i * stride;
@@ -178,6 +178,7 @@ void MedianFunction_16U::SlidingMedians(int y, int first, int last, const int* h
       }
     }
   };
+  // Steps from x in [freeFirst, freeEnd) clip nothing (x >= radius, x + 1 + radius < width).
   const int freeFirst = std::min(std::max(first, radius_), last);
   const int freeEnd = std::max(freeFirst, std::min(last, width_ - 1 - radius_));
   out[0] = medianAt(first);
@@ -186,14 +187,29 @@ void MedianFunction_16U::SlidingMedians(int y, int first, int last, const int* h
     clippedStep(x);
     out[x + 1 - first] = medianAt(x + 1);
   }
-  const int middle = count / 2;
-  const bool odd = count % 2 == 1;
-  for (; x < freeEnd; ++x) {
+  // Unclipped steps keep the count, so its parity is settled for the whole run.
+  auto freeStep = [&](int x) {
     const unsigned short* column = top + x;
-    for (int i = 0; i < rowCount; ++i) {
-      hist.Replace(column[leftOut[i]], column[rightIn[i]], i % kLanes);
+    // Whole groups of kLanes rows first, so that each row's lane is a constant.
+    int i = 0;
+    for (; i + kLanes <= rowCount; i += kLanes) {
+      for (int lane = 0; lane < kLanes; ++lane) {
+        hist.Replace(column[leftOut[i + lane]], column[rightIn[i + lane]], lane);
+      }
     }
-    out[x + 1 - first] = odd ? hist.Rank(middle) : GatheredMedianAt(x + 1, y, halfWidths, scratch);
+    for (; i < rowCount; ++i) hist.Replace(column[leftOut[i]], column[rightIn[i]], i % kLanes);
+  };
+  if (count % 2 == 1) {
+    const int middle = count / 2;
+    for (; x < freeEnd; ++x) {
+      freeStep(x);
+      out[x + 1 - first] = hist.Rank(middle);
+    }
+  } else {
+    for (; x < freeEnd; ++x) {
+      freeStep(x);
+      out[x + 1 - first] = GatheredMedianAt(x + 1, y, halfWidths, scratch);
+    }
   }
   for (; x < last; ++x) {
     clippedStep(x);
