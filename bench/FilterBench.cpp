@@ -12,10 +12,10 @@
 #include <opencv2/imgcodecs.hpp>
 #include <string>
 
+#include "DiscMedianReference.h"
 #include "Random.h"
 #include "RatioReporter.h"
 #include "filters/FilterCosmicRay.h"
-#include "filters/MedianFunction16U.h"
 
 namespace {
 
@@ -51,11 +51,16 @@ const cv::Mat& Frame() {
 // The straightforward per-pixel body, run over the same stripes as the filter's own body.
 class ReferenceBody : public cv::ParallelLoopBody {
  public:
-  explicit ReferenceBody(const MedianFunction_16U& body) : body_(body) {}
-  void operator()(const cv::Range& rows) const override { body_.ReferenceRows(rows); }
+  ReferenceBody(const cv::Mat& src, cv::Mat& dst, int radius)
+      : src_(src), dst_(dst), radius_(radius) {}
+  void operator()(const cv::Range& rows) const override {
+    oracle::DiscMedianRows(src_, dst_, radius_, rows);
+  }
 
  private:
-  const MedianFunction_16U& body_;
+  const cv::Mat& src_;
+  cv::Mat& dst_;
+  int radius_;
 };
 
 void DiscMedian(benchmark::State& state) {
@@ -70,33 +75,25 @@ void DiscMedian(benchmark::State& state) {
 void DiscMedianReference(benchmark::State& state) {
   const cv::Mat& src = Frame();
   cv::Mat dst(src.size(), CV_16UC1);
-  const MedianFunction_16U body(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
-                                static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows,
-                                static_cast<int>(state.range(0)), 16);
+  const ReferenceBody body(src, dst, static_cast<int>(state.range(0)));
   for (auto _ : state) {
-    cv::parallel_for_(cv::Range(0, src.rows), ReferenceBody(body),
-                      static_cast<double>(cv::getNumThreads() - 1));
+    cv::parallel_for_(cv::Range(0, src.rows), body, static_cast<double>(cv::getNumThreads() - 1));
     benchmark::DoNotOptimize(dst.data);
   }
 }
 
-void CosmicRay(benchmark::State& state) {
+// The filter, or its straightforward form (full disc median by the fast body, difference, map,
+// copy).
+void CosmicRay(benchmark::State& state, bool straightforward) {
   const cv::Mat& src = Frame();
   const CFilterCosmicRay filter(static_cast<int>(state.range(0)), 100);
   cv::Mat dst;
   for (auto _ : state) {
-    filter.Process(src, dst, cv::Mat());
-    benchmark::DoNotOptimize(dst.data);
-  }
-}
-
-// The straightforward filter (full disc median by the fast body, difference, map, copy).
-void CosmicRayStraightforward(benchmark::State& state) {
-  const cv::Mat& src = Frame();
-  const CFilterCosmicRay filter(static_cast<int>(state.range(0)), 100);
-  cv::Mat dst;
-  for (auto _ : state) {
-    filter.ProcessReference(src, dst, cv::Mat());
+    if (straightforward) {
+      filter.ProcessReference(src, dst, cv::Mat());
+    } else {
+      filter.Process(src, dst, cv::Mat());
+    }
     benchmark::DoNotOptimize(dst.data);
   }
 }
@@ -108,8 +105,16 @@ BENCHMARK(DiscMedianReference)
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
-BENCHMARK(CosmicRay)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(CosmicRayStraightforward)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(CosmicRay, Pruned, false)
+    ->Arg(10)
+    ->Arg(3)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(CosmicRay, Straightforward, true)
+    ->Arg(10)
+    ->Arg(3)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 }  // namespace
 
@@ -120,21 +125,25 @@ int main(int argc, char** argv) {
     const std::string path = std::string(argv[1]).substr(writeFrame.size());
     return cv::imwrite(path, Frame(), {cv::IMWRITE_TIFF_COMPRESSION, 1}) ? 0 : 1;
   }
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
-              std::max(cv::getNumThreads() - 1, 1));
-  ombrix_bench::CRatioReporter reporter(44);
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
-  reporter.PrintRatio("disc median radius 10 (reference body)",
-                      "DiscMedianReference/10/iterations:1/real_time", "DiscMedian/10/real_time");
-  reporter.PrintRatio("disc median radius 3 (reference body)",
-                      "DiscMedianReference/3/iterations:1/real_time", "DiscMedian/3/real_time");
-  reporter.PrintRatio("cosmic-ray radius 10, threshold 100",
-                      "CosmicRayStraightforward/10/real_time", "CosmicRay/10/real_time");
-  reporter.PrintRatio("cosmic-ray radius 3, threshold 100", "CosmicRayStraightforward/3/real_time",
-                      "CosmicRay/3/real_time");
-  benchmark::Shutdown();
-  return 0;
+  return ombrix_bench::RunBenchmarksWithRatios(
+      argc, argv, 44,
+      [] {
+        std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
+                    std::max(cv::getNumThreads() - 1, 1));
+      },
+      [](const ombrix_bench::CRatioReporter& reporter) {
+        std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
+        reporter.PrintRatio("disc median radius 10 (reference body)",
+                            "DiscMedianReference/10/iterations:1/real_time",
+                            "DiscMedian/10/real_time");
+        reporter.PrintRatio("disc median radius 3 (reference body)",
+                            "DiscMedianReference/3/iterations:1/real_time",
+                            "DiscMedian/3/real_time");
+        reporter.PrintRatio("cosmic-ray radius 10, threshold 100",
+                            "CosmicRay/Straightforward/10/real_time",
+                            "CosmicRay/Pruned/10/real_time");
+        reporter.PrintRatio("cosmic-ray radius 3, threshold 100",
+                            "CosmicRay/Straightforward/3/real_time",
+                            "CosmicRay/Pruned/3/real_time");
+      });
 }

@@ -59,20 +59,11 @@ const cv::Mat& Frame() {
   return frame;
 }
 
-void BlurTwoD(benchmark::State& state) {
+void Blur(benchmark::State& state, bool separable) {
   const CGaussianBlur blur(static_cast<int>(state.range(0)));
   cv::Mat dst;
   for (auto _ : state) {
-    blur.Apply(Frame(), dst, false);
-    benchmark::DoNotOptimize(dst.data);
-  }
-}
-
-void BlurSeparable(benchmark::State& state) {
-  const CGaussianBlur blur(static_cast<int>(state.range(0)));
-  cv::Mat dst;
-  for (auto _ : state) {
-    blur.Apply(Frame(), dst, true);
+    blur.Apply(Frame(), dst, separable);
     benchmark::DoNotOptimize(dst.data);
   }
 }
@@ -146,8 +137,12 @@ void OpenCvSepFilterSevenLevels(benchmark::State& state) {
   }
 }
 
-BENCHMARK(BlurTwoD)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BlurSeparable)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(Blur, TwoD, false)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(Blur, Separable, true)
+    ->Arg(2)
+    ->Arg(7)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(OpenCvGaussianBlur)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(OpenCvSepFilter)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(WaveletDecompose)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -157,28 +152,31 @@ BENCHMARK(OpenCvSepFilterSevenLevels)->Unit(benchmark::kMillisecond)->UseRealTim
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  std::printf("OpenCV threads: %d\n", cv::getNumThreads());
-  Frame();
-  ombrix_bench::CRatioReporter reporter(48);
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nOur time over OpenCV's in the same run, 2048 x 2048 16-bit (lower is faster):\n");
-  for (const char* sigma : {"2", "7"}) {
-    const std::string s(sigma);
-    reporter.PrintRatio("Apply 2-D, sigma " + s + " / cv::GaussianBlur",
-                        "BlurTwoD/" + s + "/real_time", "OpenCvGaussianBlur/" + s + "/real_time");
-    reporter.PrintRatio("Apply separable, sigma " + s + " / cv::sepFilter2D",
-                        "BlurSeparable/" + s + "/real_time", "OpenCvSepFilter/" + s + "/real_time");
-    reporter.PrintRatio("Apply separable, sigma " + s + " / cv::GaussianBlur",
-                        "BlurSeparable/" + s + "/real_time",
-                        "OpenCvGaussianBlur/" + s + "/real_time");
-  }
-  reporter.PrintRatio("Decompose / 7 levels of cv::sepFilter2D", "WaveletDecompose/real_time",
-                      "OpenCvSepFilterSevenLevels/real_time");
-  reporter.PrintRatio("Decompose + ExtractStructures / 7 sepFilter2D",
-                      "WaveletDecomposeAndExtract/real_time",
-                      "OpenCvSepFilterSevenLevels/real_time");
-  benchmark::Shutdown();
-  return 0;
+  return ombrix_bench::RunBenchmarksWithRatios(
+      argc, argv, 48,
+      [] {
+        std::printf("OpenCV threads: %d\n", cv::getNumThreads());
+        Frame();
+      },
+      [](const ombrix_bench::CRatioReporter& reporter) {
+        std::printf(
+            "\nOur time over OpenCV's in the same run, 2048 x 2048 16-bit (lower is faster):\n");
+        for (const char* sigma : {"2", "7"}) {
+          const std::string s(sigma);
+          reporter.PrintRatio("Apply 2-D, sigma " + s + " / cv::GaussianBlur",
+                              "Blur/TwoD/" + s + "/real_time",
+                              "OpenCvGaussianBlur/" + s + "/real_time");
+          reporter.PrintRatio("Apply separable, sigma " + s + " / cv::sepFilter2D",
+                              "Blur/Separable/" + s + "/real_time",
+                              "OpenCvSepFilter/" + s + "/real_time");
+          reporter.PrintRatio("Apply separable, sigma " + s + " / cv::GaussianBlur",
+                              "Blur/Separable/" + s + "/real_time",
+                              "OpenCvGaussianBlur/" + s + "/real_time");
+        }
+        reporter.PrintRatio("Decompose / 7 levels of cv::sepFilter2D", "WaveletDecompose/real_time",
+                            "OpenCvSepFilterSevenLevels/real_time");
+        reporter.PrintRatio("Decompose + ExtractStructures / 7 sepFilter2D",
+                            "WaveletDecomposeAndExtract/real_time",
+                            "OpenCvSepFilterSevenLevels/real_time");
+      });
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "EdgeProfileReference.h"
 #include "MtfChart.h"
 #include "MtfChartLayouts.h"
 #include "RatioReporter.h"
@@ -99,7 +100,7 @@ void Profile(benchmark::State& state, const cv::Mat& region, int threads) {
 void ProfileReference(benchmark::State& state, const cv::Mat& region) {
   std::int32_t offset = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(BuildEdgeProfileReference(region, 0.0875f, 4.0f, offset).data());
+    benchmark::DoNotOptimize(oracle::BuildEdgeProfile(region, 0.0875f, 4.0f, offset).data());
   }
 }
 
@@ -123,25 +124,24 @@ BENCHMARK(ProfileSideReference)->Unit(benchmark::kMicrosecond)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  // Render before timing.
-  Chart();
-  LargeEdge();
-  SideEdge();
-  ombrix_bench::CRatioReporter reporter(52);
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nRatios (same process):\n");
-  reporter.PrintRatio("target measurement / detection alone (2048 x 1536)",
-                      "MeasureTargets/real_time", "DetectTargetsOnly/real_time");
-  reporter.PrintRatio("profile 2048 x 512, 1 thread / reference", "ProfileLarge1/real_time",
-                      "ProfileLargeReference/real_time");
-  reporter.PrintRatio("profile 2048 x 512, 2 threads / 1 thread", "ProfileLarge2/real_time",
-                      "ProfileLarge1/real_time");
-  reporter.PrintRatio("profile 240 x 150, 1 thread / reference", "ProfileSide1/real_time",
-                      "ProfileSideReference/real_time");
-  reporter.PrintRatio("profile 240 x 150, 2 threads / 1 thread", "ProfileSide2/real_time",
-                      "ProfileSide1/real_time");
-  benchmark::Shutdown();
-  return 0;
+  return ombrix_bench::RunBenchmarksWithRatios(
+      argc, argv, 52,
+      [] {
+        Chart();
+        LargeEdge();
+        SideEdge();
+      },
+      [](const ombrix_bench::CRatioReporter& reporter) {
+        std::printf("\nRatios (same process):\n");
+        reporter.PrintRatio("target measurement / detection alone (2048 x 1536)",
+                            "MeasureTargets/real_time", "DetectTargetsOnly/real_time");
+        reporter.PrintRatio("profile 2048 x 512, 1 thread / reference", "ProfileLarge1/real_time",
+                            "ProfileLargeReference/real_time");
+        reporter.PrintRatio("profile 2048 x 512, 2 threads / 1 thread", "ProfileLarge2/real_time",
+                            "ProfileLarge1/real_time");
+        reporter.PrintRatio("profile 240 x 150, 1 thread / reference", "ProfileSide1/real_time",
+                            "ProfileSideReference/real_time");
+        reporter.PrintRatio("profile 240 x 150, 2 threads / 1 thread", "ProfileSide2/real_time",
+                            "ProfileSide1/real_time");
+      });
 }

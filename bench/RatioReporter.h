@@ -1,11 +1,13 @@
 // Console reporter shared by the benchmark programs: keeps each run's wall time per iteration so a
 // program can print, after the table, its operation's time over a reference run of the same
-// process. Accepts any run; a ratio whose runs were filtered out is not printed.
+// process, and the main that runs a program with it. Accepts any run; a ratio whose runs were
+// filtered out is not printed.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -42,5 +44,21 @@ class CRatioReporter : public benchmark::ConsoleReporter {
   int labelWidth_;
   std::map<std::string, double> seconds_;
 };
+
+// The main of a benchmark program: parses the arguments, calls prepare (which renders the inputs,
+// so that no benchmark pays for it), runs the benchmarks with a CRatioReporter and hands it to
+// printRatios. Returns the program's exit code.
+inline int RunBenchmarksWithRatios(int argc, char** argv, int labelWidth,
+                                   const std::function<void()>& prepare,
+                                   const std::function<void(const CRatioReporter&)>& printRatios) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  prepare();
+  CRatioReporter reporter(labelWidth);
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  printRatios(reporter);
+  benchmark::Shutdown();
+  return 0;
+}
 
 }  // namespace ombrix_bench

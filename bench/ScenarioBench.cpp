@@ -6,6 +6,7 @@
 #include <chrono>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -19,19 +20,16 @@
 
 namespace {
 
-struct Folder {
-  std::string m_dataFolder;
-};
-
-const Folder& Data() {
-  static const Folder folder{FindDataFolder()};
+// The data folder as the suite finds it; the scenarios run on the module beside the suite.
+const std::string& Data() {
+  static const std::string folder = FindDataFolder();
   return folder;
 }
 
 // Seconds to read every TIFF file of a scenario folder (darks and raw frames), best of five.
 double ReadSeconds(const std::string& subfolder) {
   std::vector<cv::String> files;
-  cv::glob(Data().m_dataFolder + subfolder + OMBRIX_SEP "*.tif", files, false);
+  cv::glob(Data() + subfolder + OMBRIX_SEP "*.tif", files, false);
   double best = 1e300;
   for (int run = 0; run < 5; ++run) {
     const auto start = std::chrono::steady_clock::now();
@@ -58,29 +56,33 @@ void RunAgainstRead(benchmark::State& state, const std::vector<std::string>& sub
 }
 
 void BM_DarkChamberBody(benchmark::State& state, const std::string& subfolder) {
-  RunAgainstRead(state, {subfolder},
-                 [&] { benchmark::DoNotOptimize(scenarios::DarkChamberBody(Data(), subfolder)); });
+  RunAgainstRead(state, {subfolder}, [&] {
+    benchmark::DoNotOptimize(
+        scenarios::DarkChamberBody(OMBRIX_PROCESSING_MODULE, Data() + subfolder));
+  });
 }
 
 void BM_LightSourceBody(benchmark::State& state, const std::string& subfolder) {
-  RunAgainstRead(state, {subfolder},
-                 [&] { benchmark::DoNotOptimize(scenarios::LightSourceBody(Data(), subfolder)); });
+  RunAgainstRead(state, {subfolder}, [&] {
+    benchmark::DoNotOptimize(
+        scenarios::LightSourceBody(OMBRIX_PROCESSING_MODULE, Data() + subfolder));
+  });
 }
 
 void BM_LightSourceAllTen(benchmark::State& state) {
-  const std::vector<std::string> folders = {"QT7M21013G", "QT7M21013F", "QT7M21013E", "QT7M21013D",
-                                            "QT7M21013B", "QT7M21013A", "QT7M21010A", "QT7M21013C",
-                                            "QT7M21010B", "QT7M21013H"};
+  const std::vector<std::string> folders(std::begin(scenarios::kLightSourceFolders),
+                                         std::end(scenarios::kLightSourceFolders));
   RunAgainstRead(state, folders, [&] {
     for (const auto& folder : folders) {
-      benchmark::DoNotOptimize(scenarios::LightSourceBody(Data(), folder));
+      benchmark::DoNotOptimize(
+          scenarios::LightSourceBody(OMBRIX_PROCESSING_MODULE, Data() + folder));
     }
   });
 }
 
 void BM_TechnicianApproach(benchmark::State& state) {
-  const std::string first = Data().m_dataFolder + OMBRIX_SEP "FTM.tif";
-  const std::string second = Data().m_dataFolder + OMBRIX_SEP "TestEntreeFTM.tif";
+  const std::string first = Data() + scenarios::kTechnicianCharts[0];
+  const std::string second = Data() + scenarios::kTechnicianCharts[1];
   if (cv::imread(first, cv::IMREAD_UNCHANGED).empty() ||
       cv::imread(second, cv::IMREAD_UNCHANGED).empty()) {
     state.SkipWithError("FTM.tif or TestEntreeFTM.tif is missing");
@@ -97,78 +99,38 @@ void BM_TechnicianApproach(benchmark::State& state) {
   double total = 0.0;
   for (auto _ : state) {
     const auto start = std::chrono::steady_clock::now();
-    CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
-    cv::Mat image = cv::imread(first, cv::IMREAD_UNCHANGED);
-    benchmark::DoNotOptimize(plugin->ComputeMtf(image));
-    image = cv::imread(second, cv::IMREAD_UNCHANGED);
-    benchmark::DoNotOptimize(plugin->ComputeMtf(image));
-    plugin.reset();
+    benchmark::DoNotOptimize(scenarios::TechnicianBody(OMBRIX_PROCESSING_MODULE, Data()));
     total += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
   state.counters["read_ms"] = reference * 1e3;
   state.counters["x_read"] = total / static_cast<double>(state.iterations()) / reference;
 }
 
-// The detection sequence of the VerifAlgo methods (its body lives with that class in the suite;
-// this is the same call sequence): parameters, dark frames, one frame at 150 s, mode 2, detection.
-int DetectionSequence(const std::string& image, bool nominal) {
-  CFactoryCollection collection;
-  std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
-  if (!plugin) return -1;
-  const AlgoParameters parameters{3, 100, 2, 1000, 2, 3.2f, 800, 0x00050046u, nominal};
-  plugin->SetAlgoParameters(parameters);
-  const std::string folder = Data().m_dataFolder + "ValidationAlgo1";
-  if (!plugin->LoadDarkFrames(folder + OMBRIX_SEP "Black_150s.tif",
-                              folder + OMBRIX_SEP "Black_1s.tif", std::string())) {
-    return -1;
-  }
-  plugin->BeginImage();
-  ExposedImage frame;
-  frame.image = cv::imread(folder + OMBRIX_SEP + image, cv::IMREAD_UNCHANGED);
-  frame.exposure = 150.0f;
-  plugin->PushImage(frame);
-  plugin->SetAlgorithmMode(2);
-  std::vector<DetectedObject> objects;
-  cv::Mat labels, mask;
-  plugin->DetectObjects(objects, labels, mask, 2, true);
-  return static_cast<int>(objects.size());
-}
-
 void BM_DetectionPTC(benchmark::State& state, bool nominal) {
-  RunAgainstRead(state, {"ValidationAlgo1"},
-                 [&] { benchmark::DoNotOptimize(DetectionSequence("PTC.tif", nominal)); });
+  RunAgainstRead(state, {"ValidationAlgo1"}, [&] {
+    benchmark::DoNotOptimize(
+        scenarios::DetectionBody(OMBRIX_PROCESSING_MODULE, Data() + scenarios::kValidationFolder,
+                                 "PTC.tif", ValidationAlgoParameters(nominal)));
+  });
 }
 
 // The three stack methods together; the reference is loading and unloading the library alone.
 void BM_StackMethods(benchmark::State& state) {
-  std::vector<cv::Mat> eight, eightTens, floats;
-  for (int i = 0; i < 10; ++i) {
-    eight.push_back(cv::Mat(3, 3, CV_8UC1, cv::Scalar(i)));
-    eightTens.push_back(cv::Mat(3, 3, CV_8UC1, cv::Scalar(10 * i)));
-    floats.push_back(cv::Mat(3, 3, CV_32FC1, cv::Scalar(i)));
-  }
   double reference = 1e300;
   for (int run = 0; run < 20; ++run) {
     const auto start = std::chrono::steady_clock::now();
     CFactoryCollection collection;
-    benchmark::DoNotOptimize(scenarios::MakeProcessingPlugin(collection));
+    benchmark::DoNotOptimize(scenarios::MakeProcessingPlugin(collection, OMBRIX_PROCESSING_MODULE));
     reference = std::min(
         reference, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
   }
   double total = 0.0;
   for (auto _ : state) {
     const auto start = std::chrono::steady_clock::now();
-    for (const auto* images : {&eight, &eightTens, &floats}) {
-      CFactoryCollection collection;
-      std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
-      cv::Mat result;
-      if (images == &eight) {
-        plugin->StackMinimum(result, *images);
-      } else {
-        plugin->StackAverage(result, *images);
-      }
-      benchmark::DoNotOptimize(result.data);
+    for (const auto scenario :
+         {scenarios::StackScenario::kMinimum, scenarios::StackScenario::kAverage8U,
+          scenarios::StackScenario::kAverage32F}) {
+      benchmark::DoNotOptimize(scenarios::StackBody(OMBRIX_PROCESSING_MODULE, scenario).data);
     }
     total += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }

@@ -13,20 +13,24 @@
 #include <string>
 #include <vector>
 
+#include "CosmicRayCleaner.h"
 #include "OmbrixProcessing.h"
+#include "PluginScenarios.h"
+#include "RobustStatistics.h"
 #include "SpotDetector.h"
 
 namespace {
 
-const std::string kFolder = std::string(OMBRIX_BENCH_DATA_DIR) + "/ValidationAlgo1/";
+const std::string kFolder =
+    std::string(OMBRIX_BENCH_DATA_DIR) + OMBRIX_SEP + scenarios::kValidationFolder;
 
 using Clock = std::chrono::steady_clock;
 
 const cv::Mat& Frame() {
   static const cv::Mat frame = [] {
     cv::Mat raw, dark;
-    cv::imread(kFolder + "PTC.tif", cv::IMREAD_UNCHANGED).convertTo(raw, CV_32F);
-    cv::imread(kFolder + "Black_150s.tif", cv::IMREAD_UNCHANGED).convertTo(dark, CV_32F);
+    cv::imread(kFolder + OMBRIX_SEP "PTC.tif", cv::IMREAD_UNCHANGED).convertTo(raw, CV_32F);
+    cv::imread(kFolder + scenarios::kLongDarkFile, cv::IMREAD_UNCHANGED).convertTo(dark, CV_32F);
     return cv::Mat(raw - dark);
   }();
   return frame;
@@ -77,46 +81,34 @@ void BM_Detect(benchmark::State& state) {
 void BM_RemoveCosmicRays(benchmark::State& state) {
   const cv::Mat& frame = Frame();
   double background = 0.0, noise = 0.0;
-  CSpotDetector::RobustStatistics(frame, background, noise);
+  CRobustStatistics::OfImage(frame, background, noise);
   cv::Mat cleaned;
+  const auto clean = [&] { return CCosmicRayCleaner::Clean(frame, background, 3, 100, cleaned); };
   int replaced = 0;
-  for (auto _ : state)
-    replaced = CSpotDetector::RemoveCosmicRays(frame, background, 3, 100, cleaned);
+  for (auto _ : state) replaced = clean();
   state.counters["replaced"] = replaced;
-  state.counters["over_reference"] =
-      Seconds([&] { CSpotDetector::RemoveCosmicRays(frame, background, 3, 100, cleaned); }, 5) /
-      ReferenceSeconds();
+  state.counters["over_reference"] = Seconds(clean, 5) / ReferenceSeconds();
 }
 
 void BM_RobustStatistics(benchmark::State& state) {
   const cv::Mat& frame = Frame();
   double background = 0.0, noise = 0.0;
-  for (auto _ : state) CSpotDetector::RobustStatistics(frame, background, noise);
-  state.counters["over_reference"] =
-      Seconds([&] { CSpotDetector::RobustStatistics(frame, background, noise); }, 10) /
-      ReferenceSeconds();
+  const auto statistics = [&] { CRobustStatistics::OfImage(frame, background, noise); };
+  for (auto _ : state) statistics();
+  state.counters["over_reference"] = Seconds(statistics, 10) / ReferenceSeconds();
 }
 
 // The detection sequence of a VerifAlgo method on the plug-in object itself (no library load),
 // against reading its three files.
 int DetectionSequence() {
   COmbrixProcessing plugin;
-  plugin.SetAlgoParameters(CSpotDetector::DefaultParameters(true));
-  plugin.LoadDarkFrames(kFolder + "Black_150s.tif", kFolder + "Black_1s.tif", "");
-  plugin.BeginImage();
-  ExposedImage frame;
-  frame.image = cv::imread(kFolder + "PTC.tif", cv::IMREAD_UNCHANGED);
-  frame.exposure = 150.0f;
-  plugin.PushImage(frame);
-  plugin.SetAlgorithmMode(2);
-  std::vector<DetectedObject> objects;
-  cv::Mat labels, mask;
-  plugin.DetectObjects(objects, labels, mask, 2, true);
-  return static_cast<int>(objects.size());
+  return scenarios::RunDetectionSequence(plugin, kFolder, "PTC.tif", ValidationAlgoParameters(true))
+      .Count();
 }
 
 void ReadFiles() {
-  for (const char* name : {"Black_150s.tif", "Black_1s.tif", "PTC.tif"}) {
+  for (const char* name :
+       {scenarios::kLongDarkFile, scenarios::kShortDarkFile, OMBRIX_SEP "PTC.tif"}) {
     benchmark::DoNotOptimize(cv::imread(kFolder + name, cv::IMREAD_UNCHANGED).data);
   }
 }

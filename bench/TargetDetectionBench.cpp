@@ -74,20 +74,19 @@ BENCHMARK(CannyAndContours)->Unit(benchmark::kMillisecond)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  // Render before timing.
-  Chart8();
-  Chart16();
-  ombrix_bench::CRatioReporter reporter(46);
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  std::printf("\nDetection time over Canny + findContours of the same 2048 x 1536 chart:\n");
-  reporter.PrintRatio("full size (workingSize 2048), 8-bit", "DetectChart8/real_time",
-                      "CannyAndContours/real_time");
-  reporter.PrintRatio("automatic reduction (workingSize 0), 8-bit",
-                      "DetectChart8Automatic/real_time", "CannyAndContours/real_time");
-  reporter.PrintRatio("full size, 16-bit 2000 x 1500 (with stretch)", "DetectChart16/real_time",
-                      "CannyAndContours/real_time");
-  benchmark::Shutdown();
-  return 0;
+  return ombrix_bench::RunBenchmarksWithRatios(
+      argc, argv, 46,
+      [] {
+        Chart8();
+        Chart16();
+      },
+      [](const ombrix_bench::CRatioReporter& reporter) {
+        std::printf("\nDetection time over Canny + findContours of the same 2048 x 1536 chart:\n");
+        reporter.PrintRatio("full size (workingSize 2048), 8-bit", "DetectChart8/real_time",
+                            "CannyAndContours/real_time");
+        reporter.PrintRatio("automatic reduction (workingSize 0), 8-bit",
+                            "DetectChart8Automatic/real_time", "CannyAndContours/real_time");
+        reporter.PrintRatio("full size, 16-bit 2000 x 1500 (with stretch)",
+                            "DetectChart16/real_time", "CannyAndContours/real_time");
+      });
 }

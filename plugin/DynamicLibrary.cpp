@@ -34,6 +34,18 @@ void Free(Handle library) {
   FreeLibrary(static_cast<HMODULE>(library));
 }
 
+std::filesystem::path ModuleFileOf(const void* address) {
+  HMODULE module = nullptr;
+  if (!GetModuleHandleExW(
+          GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+          static_cast<LPCWSTR>(address), &module)) {
+    return std::filesystem::path();
+  }
+  wchar_t fileName[4096] = {};
+  GetModuleFileNameW(module, fileName, 4096);
+  return std::filesystem::path(fileName);
+}
+
 #else
 
 Handle Load(const std::filesystem::path& absolutePath) {
@@ -49,6 +61,12 @@ Symbol Resolve(Handle library, const char* name) {
 void Free(Handle library) {
   ++g_freeCount;
   dlclose(library);
+}
+
+std::filesystem::path ModuleFileOf(const void* address) {
+  Dl_info info{};
+  if (dladdr(address, &info) == 0 || info.dli_fname == nullptr) return std::filesystem::path();
+  return std::filesystem::path(info.dli_fname);
 }
 
 #endif

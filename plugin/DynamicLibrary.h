@@ -1,6 +1,7 @@
 // The operating system's dynamic-library calls behind the plug-in factories: load a library by
-// absolute path, resolve an exported entry by its narrow name, free the library. LoadLibraryW,
-// GetProcAddress and FreeLibrary on Windows; dlopen, dlsym and dlclose elsewhere.
+// absolute path, resolve an exported entry by its narrow name, free the library, name the module
+// that holds an address. LoadLibraryW, GetProcAddress, FreeLibrary and GetModuleFileNameW on
+// Windows; dlopen, dlsym, dlclose and dladdr elsewhere.
 #pragma once
 
 #include <cstddef>
@@ -22,6 +23,10 @@ Symbol Resolve(Handle library, const char* name);
 
 // Releases one reference to the library; it is unloaded when the last one goes.
 void Free(Handle library);
+
+// The file of the loaded module (library or program) that holds the address, as the loader was
+// given it; empty when no module holds it.
+std::filesystem::path ModuleFileOf(const void* address);
 
 // Number of Free calls made by this process, so that owners can be checked for releasing
 // exactly what they loaded.

@@ -10,7 +10,7 @@
 #include <type_traits>
 
 #include "DynamicLibrary.h"
-#include "IOmbrixProcessing.h"
+#include "PluginTypes.h"
 
 // Widens a narrow path byte by byte: each byte is taken as a signed char and sign-extended to a
 // 16-bit character, without any code page. ASCII passes unchanged; a byte of 0x80 or above becomes

@@ -3,5 +3,6 @@
 #pragma once
 
 #include "FactoryBase.h"
+#include "IOmbrixProcessing.h"
 
 class CFactoryProcessing : public IFactoryBase<ProcessingFactoryFn> {};

@@ -1,6 +1,7 @@
 // Binary contract between the host and the processing plug-in library: the plug-in object's
 // virtual operations in table order, the records passed across, and the "GetInstance" entry that
 // makes an object. Host and plug-in must be built against the same OpenCV and standard library.
+// The types every plug-in kind shares (logger, entry decoration) are in PluginTypes.h.
 #pragma once
 
 #include <cstddef>
@@ -10,18 +11,7 @@
 #include <string>
 #include <vector>
 
-// Logger owned by the host and shared with plug-ins. The host hands plug-ins an empty pointer, so
-// no operation beyond destruction is part of the contract.
-class ILogger {
- public:
-  virtual ~ILogger() = default;
-};
-
-// Acquisition plug-in: a factory slot exists for it, its operations are defined by that plug-in.
-class IOmbrixAcquisition {
- public:
-  virtual ~IOmbrixAcquisition() = default;
-};
+#include "PluginTypes.h"
 
 // One frame handed to the plug-in together with its exposure time in seconds.
 struct ExposedImage {
@@ -64,6 +54,14 @@ struct AlgoParameters {
   }
 };
 
+// The record the host's validation runs pass, the same for every run but the mode flag: radius 3,
+// threshold 100, sigma 2, area 1000, radius 2, factor 3.2, control peak 800, margin 5 with
+// circularity 70 % (0x00050046), and the flag.
+constexpr AlgoParameters ValidationAlgoParameters(bool nominalMode) {
+  return AlgoParameters{
+      3, 100, 2, 1000, 2, 3.2f, 800, AlgoParameters::PackMarginAndCircularity(5, 70), nominalMode};
+}
+
 static_assert(sizeof(AlgoParameters) == 36, "AlgoParameters is 36 bytes across the boundary");
 static_assert(alignof(AlgoParameters) == 4, "AlgoParameters uses 4-byte natural alignment");
 static_assert(offsetof(AlgoParameters, cosmicRayRadius) == 0, "AlgoParameters field 1");
@@ -104,26 +102,27 @@ static_assert(sizeof(DetectedObject) == 80, "DetectedObject is 80 bytes on 64-bi
 // out the table (one deleting-destructor entry). On the Itanium C++ ABI (GCC, Clang on POSIX) the
 // virtual destructor takes two entries (complete and deleting), so every later operation sits one
 // entry further; the declaration order keeps both layouts consistent with their own compilers.
-// Operations the host never calls are kept as reserved entries so that the numbering holds.
+// Operations the host never calls are kept as reserved entries that do nothing, so that the
+// numbering holds; implementations need not define them.
 class IOmbrixProcessing {
  public:
   virtual ~IOmbrixProcessing() = default;  // slot 0
 
-  virtual void Reserved01() = 0;  // slot 1
-  virtual void Reserved02() = 0;  // slot 2
-  virtual void Reserved03() = 0;  // slot 3
-  virtual void Reserved04() = 0;  // slot 4
-  virtual void Reserved05() = 0;  // slot 5
-  virtual void Reserved06() = 0;  // slot 6
+  virtual void Reserved01() {}  // slot 1
+  virtual void Reserved02() {}  // slot 2
+  virtual void Reserved03() {}  // slot 3
+  virtual void Reserved04() {}  // slot 4
+  virtual void Reserved05() {}  // slot 5
+  virtual void Reserved06() {}  // slot 6
 
   // Slot 7: the long and short dark references; the third path is kept for a bias frame and
   // is passed empty. False means the references are unusable.
   virtual bool LoadDarkFrames(const std::string& longDarkPath, const std::string& shortDarkPath,
                               const std::string& biasPath) = 0;
 
-  virtual void Reserved08() = 0;  // slot 8
-  virtual void Reserved09() = 0;  // slot 9
-  virtual void Reserved10() = 0;  // slot 10
+  virtual void Reserved08() {}  // slot 8
+  virtual void Reserved09() {}  // slot 9
+  virtual void Reserved10() {}  // slot 10
 
   // Slot 11: correction factor of the light source from the minimum of the processed frames.
   virtual float ComputeLightSourceFactor(const cv::Mat& minimumImage) = 0;
@@ -132,13 +131,13 @@ class IOmbrixProcessing {
   // Slot 13: MTF figure of a target image as read from file.
   virtual float ComputeMtf(const cv::Mat& targetImage) = 0;
 
-  virtual void Reserved14() = 0;  // slot 14
+  virtual void Reserved14() {}  // slot 14
 
   // Slot 15: selects the algorithm variant used by the next detection.
   virtual void SetAlgorithmMode(int mode) = 0;
 
-  virtual void Reserved16() = 0;  // slot 16
-  virtual void Reserved17() = 0;  // slot 17
+  virtual void Reserved16() {}  // slot 16
+  virtual void Reserved17() {}  // slot 17
 
   // Slot 18: starts a new frame.
   virtual void BeginImage() = 0;
@@ -147,25 +146,25 @@ class IOmbrixProcessing {
   // Slot 20: processed form of the frame last pushed, owned by the caller.
   virtual cv::Mat GetProcessedImage() = 0;
 
-  virtual void Reserved21() = 0;  // slot 21
-  virtual void Reserved22() = 0;  // slot 22
-  virtual void Reserved23() = 0;  // slot 23
-  virtual void Reserved24() = 0;  // slot 24
-  virtual void Reserved25() = 0;  // slot 25
-  virtual void Reserved26() = 0;  // slot 26
+  virtual void Reserved21() {}  // slot 21
+  virtual void Reserved22() {}  // slot 22
+  virtual void Reserved23() {}  // slot 23
+  virtual void Reserved24() {}  // slot 24
+  virtual void Reserved25() {}  // slot 25
+  virtual void Reserved26() {}  // slot 26
 
   // Slot 27: detection parameters; the result says whether they were accepted (the host ignores
   // it).
   virtual bool SetAlgoParameters(const AlgoParameters& parameters) = 0;
 
-  virtual void Reserved28() = 0;  // slot 28
+  virtual void Reserved28() {}  // slot 28
 
   // Slot 29: detects objects in the frame last pushed. The two images receive diagnostic output.
   virtual void DetectObjects(std::vector<DetectedObject>& objects, cv::Mat& labelImage,
                              cv::Mat& overlayImage, int level, bool keepContours) = 0;
 
-  virtual void Reserved30() = 0;  // slot 30
-  virtual void Reserved31() = 0;  // slot 31
+  virtual void Reserved30() {}  // slot 30
+  virtual void Reserved31() {}  // slot 31
 
   // Slot 32: pixel-wise minimum of the input images.
   virtual void StackMinimum(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
@@ -173,23 +172,9 @@ class IOmbrixProcessing {
   virtual void StackAverage(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
 };
 
-// Entry points a plug-in library exports under the undecorated name "GetInstance". The int selects
-// the plug-in variant (the host passes 0); the callee owns the logger copy it receives. The result
-// is a newly made object released through its virtual destructor, or null.
+// The entry a processing plug-in library exports under the undecorated name "GetInstance"; see
+// PluginTypes.h for the arguments.
 using ProcessingFactoryFn = IOmbrixProcessing* (*)(int, std::shared_ptr<ILogger>);
-using AcquisitionFactoryFn = IOmbrixAcquisition* (*)(int, std::shared_ptr<ILogger>);
-
-// Export decoration for a plug-in library's entry. A plug-in defines OMBRIX_PLUGIN_EXPORTS when it
-// builds; the host only ever resolves the entry by name.
-#if defined(_WIN32)
-#if defined(OMBRIX_PLUGIN_EXPORTS)
-#define OMBRIX_PLUGIN_API __declspec(dllexport)
-#else
-#define OMBRIX_PLUGIN_API
-#endif
-#else
-#define OMBRIX_PLUGIN_API __attribute__((visibility("default")))
-#endif
 
 // The processing plug-in's entry, exported by name with C linkage.
 extern "C" OMBRIX_PLUGIN_API IOmbrixProcessing* GetInstance(int variant,

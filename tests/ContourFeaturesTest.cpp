@@ -7,6 +7,7 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "ContourFeaturesReference.h"
 #include "mtf/ContourFeatures.h"
 
 namespace {
@@ -153,21 +154,21 @@ TEST(ContourFeatures, UnknownFeatureIdsGiveZero) {
 // ---------------------------------------------------------------------------------------------
 // Box angles: rectangles in the convention of OpenCV up to 4.5.0 (angle in [-90, 0)).
 
-TEST(BoxAngle, FoldedAngleOfUprightBoxesIsZero) {
+TEST(ContourFeatures, BoxAngleFoldedAngleOfUprightBoxesIsZero) {
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, 0.0f)), 0.0);
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, -90.0f)), 0.0);
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 20}, 0.0f)), 0.0);
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {20, 10}, -90.0f)), 0.0);
 }
 
-TEST(BoxAngle, AbsoluteAngleReadsMinusNinetyAsNinety) {
+TEST(ContourFeatures, BoxAngleAbsoluteAngleReadsMinusNinetyAsNinety) {
   EXPECT_EQ(AbsoluteBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, 0.0f)), 0.0);
   EXPECT_EQ(AbsoluteBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, -90.0f)), 90.0);
   // height > width turns 0 into -90, whose absolute value stays 90.
   EXPECT_EQ(AbsoluteBoxAngleOf(cv::RotatedRect({0, 0}, {10, 20}, 0.0f)), 90.0);
 }
 
-TEST(BoxAngle, FortyFiveDegrees) {
+TEST(ContourFeatures, BoxAngleFortyFiveDegrees) {
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, -45.0f)), 45.0);
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, 45.0f)), 45.0);
   EXPECT_EQ(AbsoluteBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, -45.0f)), 45.0);
@@ -177,161 +178,40 @@ TEST(BoxAngle, FortyFiveDegrees) {
   EXPECT_EQ(AbsoluteBoxAngleOf(cv::RotatedRect({0, 0}, {10, 20}, -45.0f)), 45.0);
 }
 
-TEST(BoxAngle, FoldedAngleOfANearSquareDependsOnWhichSideIsLonger) {
+TEST(ContourFeatures, BoxAngleFoldedAngleOfANearSquareDependsOnWhichSideIsLonger) {
   // The same 5 degree tilt, labelled from either side: wider boxes fold to 5, taller ones to 85.
   EXPECT_NEAR(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {101, 100}, -5.0f)), 5.0, 1e-6);
   EXPECT_NEAR(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {100, 101}, -85.0f)), 5.0, 1e-6);
   EXPECT_NEAR(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {100, 101}, -5.0f)), 85.0, 1e-6);
 }
 
-TEST(BoxAngle, AnglesAreReadFromTheFloatAngle) {
+TEST(ContourFeatures, BoxAngleAnglesAreReadFromTheFloatAngle) {
   const float angle = -30.1f;
   EXPECT_EQ(FoldedBoxAngleOf(cv::RotatedRect({0, 0}, {10, 10}, angle)),
             -static_cast<double>(angle));
 }
 
-// The conversion of a rectangle from cv::minAreaRect of OpenCV >= 4.5.1, angle in (0, 90].
-TEST(LegacyBoxAngle, NinetyBecomesMinusNinetyWithTheSameSides) {
-  const cv::RotatedRect legacy = ToLegacyBoxAngle(cv::RotatedRect({5.5f, 5.5f}, {9, 9}, 90.0f));
-  EXPECT_EQ(legacy.angle, -90.0f);
-  EXPECT_EQ(legacy.size, cv::Size2f(9, 9));
-  EXPECT_EQ(legacy.center, cv::Point2f(5.5f, 5.5f));
-}
-
-TEST(LegacyBoxAngle, OtherAnglesTurnByMinusNinetyAndSwapSides) {
-  for (const float angle : {45.0f, 30.0f, 1.5f, 89.0f}) {
-    const cv::RotatedRect legacy = ToLegacyBoxAngle(cv::RotatedRect({3, 4}, {20, 50}, angle));
-    EXPECT_EQ(legacy.angle, angle - 90.0f);
-    EXPECT_EQ(legacy.size, cv::Size2f(50, 20));
-    // Same rectangle.
-    cv::Point2f a[4], b[4];
-    legacy.points(a);
-    cv::RotatedRect({3, 4}, {20, 50}, angle).points(b);
-    for (const cv::Point2f& p : a) {
-      double nearest = 1e9;
-      for (const cv::Point2f& q : b) nearest = std::min(nearest, cv::norm(p - q));
-      EXPECT_LT(nearest, 1e-3);
-    }
-  }
-}
-
-TEST(LegacyBoxAngle, UprightZeroStaysAndLosesItsSign) {
-  const cv::RotatedRect legacy = ToLegacyBoxAngle(cv::RotatedRect({0, 0}, {109, 124}, -0.0f));
-  EXPECT_EQ(legacy.angle, 0.0f);
-  EXPECT_FALSE(std::signbit(legacy.angle));
-  EXPECT_EQ(legacy.size, cv::Size2f(109, 124));
-}
-
-TEST(LegacyBoxAngle, SegmentsTurnHalfAround) {
-  EXPECT_NEAR(ToLegacyBoxAngle(cv::RotatedRect({0, 0}, {11.18f, 0}, -153.4350f)).angle, 26.5650f,
-              1e-4);
-  EXPECT_EQ(ToLegacyBoxAngle(cv::RotatedRect({0, 0}, {10, 0}, 180.0f)).angle, 0.0f);
-  EXPECT_EQ(ToLegacyBoxAngle(cv::RotatedRect({0, 0}, {10, 0}, -90.0f)).angle, 90.0f);
-  EXPECT_NEAR(ToLegacyBoxAngle(cv::RotatedRect({0, 0}, {11.18f, 0}, 153.4350f)).angle, -26.5650f,
-              1e-4);
-}
-
-TEST(LegacyBoxAngle, MinAreaRectOfAnUprightSquareReadsMinusNinety) {
-  // OpenCV 4.2 reports ((5.5, 5.5), (9, 9), -90) for this square (4.5.1 reports +90).
-  const cv::RotatedRect box = MinAreaRectLegacy({{1, 1}, {1, 10}, {10, 10}, {10, 1}});
-  EXPECT_EQ(box.center, cv::Point2f(5.5f, 5.5f));
-  EXPECT_EQ(box.size, cv::Size2f(9, 9));
-  EXPECT_EQ(box.angle, -90.0f);
-}
-
-TEST(LegacyBoxAngle, MinAreaRectOfADiamondReadsMinusFortyFive) {
-  // A square turned by 45 degrees: 4.2's calipers give -45 (4.5.1: +45).
-  const std::vector<cv::Point> diamond{{0, 10}, {10, 0}, {20, 10}, {10, 20}};
-  const cv::RotatedRect box = MinAreaRectLegacy(diamond);
-  EXPECT_EQ(box.angle, -45.0f);
-  EXPECT_NEAR(box.size.width, 14.142f, 1e-3);
-  EXPECT_NEAR(box.size.height, 14.142f, 1e-3);
-  EXPECT_NEAR(Feature(diamond, ContourFeature::FoldedBoxAngle), 45.0, 1e-5);
-  EXPECT_NEAR(Feature(diamond, ContourFeature::AbsoluteBoxAngle), 45.0, 1e-5);
-}
-
-TEST(LegacyBoxAngle, MinAreaRectOfATiltedSquareAndAnUprightRectangle) {
-  // Square with sides along (1, -2) and (2, 1): 4.2 reads -63.435 (4.5.1: 26.565).
-  const std::vector<cv::Point> tilted{{0, 20}, {10, 0}, {30, 10}, {20, 30}};
-  const cv::RotatedRect box = MinAreaRectLegacy(tilted);
-  EXPECT_NEAR(box.angle, -63.4350f, 1e-3);
-  EXPECT_NEAR(Feature(tilted, ContourFeature::FoldedBoxAngle), 26.565, 1e-3);
-  EXPECT_NEAR(Feature(tilted, ContourFeature::AbsoluteBoxAngle), 63.435, 1e-3);
-  // Upright 20 x 40: -90 with the 40 side as width; folded 0, absolute 90.
-  const std::vector<cv::Point> upright{{0, 0}, {0, 40}, {20, 40}, {20, 0}};
-  const cv::RotatedRect rect = MinAreaRectLegacy(upright);
-  EXPECT_EQ(rect.angle, -90.0f);
-  EXPECT_EQ(rect.size, cv::Size2f(40, 20));
-  EXPECT_EQ(Feature(upright, ContourFeature::FoldedBoxAngle), 0.0);
-  EXPECT_EQ(Feature(upright, ContourFeature::AbsoluteBoxAngle), 90.0);
-}
-
-TEST(LegacyBoxAngle, MinAreaRectAnglesStayInTheLegacyRangeAndKeepTheRectangle) {
-  cv::RNG rng(20240607);
-  for (int trial = 0; trial < 500; ++trial) {
-    const double tilt = rng.uniform(-180.0, 180.0) * CV_PI / 180.0;
-    const double w = rng.uniform(20.0, 200.0), h = rng.uniform(20.0, 200.0);
-    std::vector<cv::Point> corners;
-    for (const cv::Point2d c :
-         {cv::Point2d(-w, -h), cv::Point2d(w, -h), cv::Point2d(w, h), cv::Point2d(-w, h)}) {
-      corners.emplace_back(cvRound(500 + c.x * std::cos(tilt) - c.y * std::sin(tilt)),
-                           cvRound(500 + c.x * std::sin(tilt) + c.y * std::cos(tilt)));
-    }
-    const cv::RotatedRect legacy = MinAreaRectLegacy(corners);
-    const cv::RotatedRect current = cv::minAreaRect(corners);
-    EXPECT_TRUE((legacy.angle >= -90.0f && legacy.angle < 0.0f) || legacy.angle == 0.0f)
-        << legacy.angle;
-    EXPECT_FLOAT_EQ(legacy.size.area(), current.size.area());
-    cv::Point2f a[4], b[4];
-    legacy.points(a);
-    current.points(b);
-    for (const cv::Point2f& p : a) {
-      double nearest = 1e9;
-      for (const cv::Point2f& q : b) nearest = std::min(nearest, cv::norm(p - q));
-      EXPECT_LT(nearest, 1e-2);
-    }
-  }
-}
-
-TEST(LegacyBoxAngle, FoldedAngleOfTiltedSquaresIsTheirTiltOrItsComplement) {
-  // A square tilted by d folds to t = d mod 90 or to 90 - t, depending on which side the rounding
-  // of its corners makes the longer one.
-  for (const double degrees : {2.0, 5.0, 10.0, 30.0, -5.0, -30.0}) {
-    const double t = degrees * CV_PI / 180.0;
-    std::vector<cv::Point> corners;
-    for (const cv::Point2d c : {cv::Point2d(-150, -150), cv::Point2d(150, -150),
-                                cv::Point2d(150, 150), cv::Point2d(-150, 150)}) {
-      corners.emplace_back(cvRound(1000 + c.x * std::cos(t) - c.y * std::sin(t)),
-                           cvRound(1000 + c.x * std::sin(t) + c.y * std::cos(t)));
-    }
-    const double folded = Feature(corners, ContourFeature::FoldedBoxAngle);
-    const double expected = std::fmod(degrees + 360.0, 90.0);
-    EXPECT_TRUE(std::fabs(folded - expected) < 0.3 || std::fabs(folded - (90.0 - expected)) < 0.3)
-        << degrees << " -> " << folded;
-  }
-}
-
 // ---------------------------------------------------------------------------------------------
 // Comparisons
 
-TEST(Comparison, GreaterThanReadsTheSecondBound) {
+TEST(ContourFeatures, ComparisonGreaterThanReadsTheSecondBound) {
   EXPECT_TRUE(ComparisonPasses(Comparison::GreaterThanSecond, 5.0, 100.0, 4.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::GreaterThanSecond, 5.0, 1.0, 5.0));
 }
 
-TEST(Comparison, LessThanReadsTheFirstBound) {
+TEST(ContourFeatures, ComparisonLessThanReadsTheFirstBound) {
   EXPECT_TRUE(ComparisonPasses(Comparison::LessThanFirst, 5.0, 6.0, -100.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::LessThanFirst, 5.0, 5.0, 100.0));
 }
 
-TEST(Comparison, RangeIncludesBothBounds) {
+TEST(ContourFeatures, ComparisonRangeIncludesBothBounds) {
   EXPECT_TRUE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 4.0, 4.0, 6.0));
   EXPECT_TRUE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 6.0, 4.0, 6.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 6.5, 4.0, 6.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 3.5, 4.0, 6.0));
 }
 
-TEST(Comparison, ReversedRangeReadsTheBoundsSwapped) {
+TEST(ContourFeatures, ComparisonReversedRangeReadsTheBoundsSwapped) {
   EXPECT_TRUE(ComparisonPasses(Comparison::BetweenSecondAndFirst, 5.0, 6.0, 4.0));
   EXPECT_TRUE(ComparisonPasses(Comparison::BetweenSecondAndFirst, 4.0, 6.0, 4.0));
   for (double x = 0.0; x <= 10.0; x += 0.25) {
@@ -339,7 +219,7 @@ TEST(Comparison, ReversedRangeReadsTheBoundsSwapped) {
   }
 }
 
-TEST(Comparison, ReversedRangeWithFourAndSixRejectsEveryContour) {
+TEST(ContourFeatures, ComparisonReversedRangeWithFourAndSixRejectsEveryContour) {
   ContourSet set;
   for (int n = 3; n <= 8; ++n) {
     std::vector<cv::Point> polygon;
@@ -356,14 +236,14 @@ TEST(Comparison, ReversedRangeWithFourAndSixRejectsEveryContour) {
   EXPECT_EQ(set.rejected.size(), 6u);
 }
 
-TEST(Comparison, EqualityAndInequalityReadTheFirstBound) {
+TEST(ContourFeatures, ComparisonEqualityAndInequalityReadTheFirstBound) {
   EXPECT_TRUE(ComparisonPasses(Comparison::EqualToFirst, 1.0, 1.0, 0.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::EqualToFirst, 0.0, 1.0, 0.0));
   EXPECT_TRUE(ComparisonPasses(Comparison::NotEqualToFirst, 0.0, 1.0, 0.0));
   EXPECT_FALSE(ComparisonPasses(Comparison::NotEqualToFirst, 1.0, 1.0, 1.0));
 }
 
-TEST(Comparison, NaNPassesOnlyInequality) {
+TEST(ContourFeatures, ComparisonNaNPassesOnlyInequality) {
   for (const Comparison c :
        {Comparison::GreaterThanSecond, Comparison::LessThanFirst, Comparison::BetweenFirstAndSecond,
         Comparison::BetweenSecondAndFirst, Comparison::EqualToFirst}) {
@@ -373,7 +253,7 @@ TEST(Comparison, NaNPassesOnlyInequality) {
   EXPECT_TRUE(ComparisonPasses(Comparison::NotEqualToFirst, kNaN, 0.0, 0.0));
 }
 
-TEST(Comparison, UnknownCodesNeverPass) {
+TEST(ContourFeatures, ComparisonUnknownCodesNeverPass) {
   for (const int code : {0, 7, -1, 100}) {
     for (const double x : {-1.0, 0.0, 1.0, 5.0}) {
       EXPECT_FALSE(ComparisonPasses(static_cast<Comparison>(code), x, 0.0, 10.0));
@@ -398,7 +278,7 @@ std::vector<double> Areas(const std::vector<ContourRecord>& records) {
   return areas;
 }
 
-TEST(ApplyCriterion, KeepMovesFailuresToRejectedAndCopiesPassesToAccepted) {
+TEST(ContourFeatures, CriterionKeepMovesFailuresToRejectedAndCopiesPassesToAccepted) {
   ContourSet set = ThreeSquares();
   ApplyCriterion(
       set, {FilterAction::Keep, ContourFeature::Area, Comparison::GreaterThanSecond, 0.0, 300.0});
@@ -407,7 +287,7 @@ TEST(ApplyCriterion, KeepMovesFailuresToRejectedAndCopiesPassesToAccepted) {
   EXPECT_EQ(Areas(set.rejected), (std::vector<double>{100.0}));
 }
 
-TEST(ApplyCriterion, EveryPassedKeepCriterionAddsAnotherCopy) {
+TEST(ContourFeatures, CriterionEveryPassedKeepCriterionAddsAnotherCopy) {
   ContourSet set = ThreeSquares();
   const FilterCriterion bigEnough{FilterAction::Keep, ContourFeature::Area,
                                   Comparison::GreaterThanSecond, 0.0, 300.0};
@@ -419,7 +299,7 @@ TEST(ApplyCriterion, EveryPassedKeepCriterionAddsAnotherCopy) {
   EXPECT_EQ(set.candidates.size(), 2u);
 }
 
-TEST(ApplyCriterion, RejectActionMovesPassingContoursToRejected) {
+TEST(ContourFeatures, CriterionRejectActionMovesPassingContoursToRejected) {
   ContourSet set = ThreeSquares();
   ApplyCriterion(
       set, {FilterAction::Reject, ContourFeature::Area, Comparison::GreaterThanSecond, 0.0, 300.0});
@@ -429,7 +309,7 @@ TEST(ApplyCriterion, RejectActionMovesPassingContoursToRejected) {
   EXPECT_EQ(Areas(set.rejected), (std::vector<double>{100.0, 900.0, 400.0}));
 }
 
-TEST(ApplyCriterion, OtherActionsDropPassingContoursWithoutATrace) {
+TEST(ContourFeatures, CriterionOtherActionsDropPassingContoursWithoutATrace) {
   ContourSet set = ThreeSquares();
   ApplyCriterion(set, {static_cast<FilterAction>(3), ContourFeature::Area,
                        Comparison::GreaterThanSecond, 0.0, 300.0});
@@ -438,7 +318,7 @@ TEST(ApplyCriterion, OtherActionsDropPassingContoursWithoutATrace) {
   EXPECT_EQ(Areas(set.rejected), (std::vector<double>{100.0}));
 }
 
-TEST(ApplyCriterion, RecordsKeepTheirLinksAndFlag) {
+TEST(ContourFeatures, CriterionRecordsKeepTheirLinksAndFlag) {
   ContourSet set;
   ContourRecord record = Record(Square(0, 0, 40));
   record.hierarchy = cv::Vec4i(3, -1, 7, 2);
@@ -456,7 +336,7 @@ TEST(ApplyCriterion, RecordsKeepTheirLinksAndFlag) {
 // ---------------------------------------------------------------------------------------------
 // Nesting
 
-TEST(RemoveNestedCandidates, ConcentricSquaresKeepTheOneMetFirst) {
+TEST(ContourFeatures, NestedConcentricSquaresKeepTheOneMetFirst) {
   ContourSet outerFirst;
   outerFirst.candidates = {Record(Square(0, 0, 100)), Record(Square(20, 20, 60))};
   RemoveNestedCandidates(outerFirst);
@@ -469,7 +349,7 @@ TEST(RemoveNestedCandidates, ConcentricSquaresKeepTheOneMetFirst) {
   EXPECT_EQ(Areas(innerFirst.candidates), (std::vector<double>{3600.0}));
 }
 
-TEST(RemoveNestedCandidates, SeparateTargetsAllStayInOrder) {
+TEST(ContourFeatures, NestedSeparateTargetsAllStayInOrder) {
   ContourSet set;
   set.candidates = {Record(Square(0, 0, 10)), Record(Square(50, 0, 30)),
                     Record(Square(100, 0, 20))};
@@ -479,7 +359,7 @@ TEST(RemoveNestedCandidates, SeparateTargetsAllStayInOrder) {
   EXPECT_TRUE(set.accepted.empty());
 }
 
-TEST(RemoveNestedCandidates, AKeptCentreOnTheBorderMakesADuplicate) {
+TEST(ContourFeatures, NestedAKeptCentreOnTheBorderMakesADuplicate) {
   ContourSet set;
   // The first square's centre (10, 10) lies on the left side of the second.
   set.candidates = {Record(Square(0, 0, 20)), Record(Square(10, 0, 20))};
@@ -488,7 +368,7 @@ TEST(RemoveNestedCandidates, AKeptCentreOnTheBorderMakesADuplicate) {
   EXPECT_EQ(set.candidates[0].points, Square(0, 0, 20));
 }
 
-TEST(RemoveNestedCandidates, OverlapWithoutTheCentreInsideKeepsBoth) {
+TEST(ContourFeatures, NestedOverlapWithoutTheCentreInsideKeepsBoth) {
   ContourSet set;
   // Overlapping, but the kept square's centre (10, 10) lies outside the second one.
   set.candidates = {Record(Square(0, 0, 20)), Record(Square(15, 5, 20))};
@@ -496,7 +376,7 @@ TEST(RemoveNestedCandidates, OverlapWithoutTheCentreInsideKeepsBoth) {
   EXPECT_EQ(set.candidates.size(), 2u);
 }
 
-TEST(RemoveNestedCandidates, TheKeptCentreIsRoundedHalfToEven) {
+TEST(ContourFeatures, NestedTheKeptCentreIsRoundedHalfToEven) {
   ContourSet set;
   // The first square's enclosing circle is centred at (10.5, 10.5), which the OpenCV rounding
   // (cvRound, halves to even) takes to (10, 10): a corner of the second square, so a duplicate.
@@ -506,7 +386,7 @@ TEST(RemoveNestedCandidates, TheKeptCentreIsRoundedHalfToEven) {
   EXPECT_EQ(set.candidates.size(), 1u);
 }
 
-TEST(RemoveNestedCandidates, MatchesTheStepByStepWalkOnRandomSets) {
+TEST(ContourFeatures, NestedMatchesTheStepByStepWalkOnRandomSets) {
   cv::RNG rng(31337);
   for (int trial = 0; trial < 200; ++trial) {
     ContourSet set;
@@ -524,7 +404,7 @@ TEST(RemoveNestedCandidates, MatchesTheStepByStepWalkOnRandomSets) {
     }
     ContourSet reference = set;
     RemoveNestedCandidates(set);
-    RemoveNestedCandidatesReference(reference);
+    oracle::RemoveNestedCandidates(reference);
     ASSERT_EQ(set.candidates.size(), reference.candidates.size()) << trial;
     for (std::size_t i = 0; i < set.candidates.size(); ++i) {
       EXPECT_EQ(set.candidates[i].points, reference.candidates[i].points) << trial;
@@ -535,7 +415,7 @@ TEST(RemoveNestedCandidates, MatchesTheStepByStepWalkOnRandomSets) {
 // ---------------------------------------------------------------------------------------------
 // Empty sets and retrieval
 
-TEST(ContourSet, EmptyCandidatesStayEmpty) {
+TEST(ContourFeatures, ContourSetEmptyCandidatesStayEmpty) {
   ContourSet set;
   ApplyCriterion(
       set, {FilterAction::Keep, ContourFeature::Area, Comparison::GreaterThanSecond, 0.0, 1.0});
@@ -547,7 +427,7 @@ TEST(ContourSet, EmptyCandidatesStayEmpty) {
   EXPECT_TRUE(set.candidates.empty());
 }
 
-TEST(FindContourSet, EmptiesAllListsAndRecordsTheTree) {
+TEST(ContourFeatures, FindContourSetEmptiesAllListsAndRecordsTheTree) {
   ContourSet set = ThreeSquares();
   set.rejected.push_back(Record(Square(0, 0, 1)));
   set.accepted.push_back(Record(Square(0, 0, 1)));
@@ -582,7 +462,7 @@ std::vector<std::vector<cv::Point>> Points(const ContourSet& set) {
   return points;
 }
 
-TEST(FindEdgeContours, NegativeLowTakesOtsusLevelAndNegativeHighDoublesLow) {
+TEST(ContourFeatures, EdgeContoursNegativeLowTakesOtsusLevelAndNegativeHighDoublesLow) {
   const cv::Mat image = SquareOnRamp();
   cv::Mat scratch;
   const double otsu = cv::threshold(image, scratch, 0, 255, cv::THRESH_OTSU);
@@ -598,7 +478,7 @@ TEST(FindEdgeContours, NegativeLowTakesOtsusLevelAndNegativeHighDoublesLow) {
   EXPECT_EQ(Points(halfAutomatic), Points(doubled));
 }
 
-TEST(FindEdgeContours, CannyRunsOnTheImageNotOnTheThresholdedImage) {
+TEST(ContourFeatures, EdgeContoursCannyRunsOnTheImageNotOnTheThresholdedImage) {
   // A smooth ramp: Otsu splits it in two, so the thresholded picture has a sharp step, but the
   // ramp itself has no gradient near Otsu's level and yields no edges.
   cv::Mat ramp(100, 256, CV_8UC1);

@@ -14,7 +14,7 @@ namespace {
 
 // Runs each test in a fresh tree a/b/c/d/e below a temporary root and restores the working
 // directory afterwards.
-class DataFolderTest : public ::testing::Test {
+class DataFolder : public ::testing::Test {
  protected:
   void SetUp() override {
     previous_ = fs::current_path();
@@ -46,49 +46,49 @@ const std::string kThree =
 const std::string kFour = ".." OMBRIX_SEP + kThree;
 const std::string kFive = ".." OMBRIX_SEP + kFour;
 
-TEST_F(DataFolderTest, CandidatesHaveTheirStoredLengths) {
+TEST_F(DataFolder, CandidatesHaveTheirStoredLengths) {
   EXPECT_EQ(kThree.size(), 22u);
   EXPECT_EQ(kFour.size(), 25u);
   EXPECT_EQ(kFive.size(), 28u);
 }
 
-TEST_F(DataFolderTest, NoneFoundGivesEmptyString) { EXPECT_EQ(FindDataFolder(), ""); }
+TEST_F(DataFolder, NoneFoundGivesEmptyString) { EXPECT_EQ(FindDataFolder(), ""); }
 
-TEST_F(DataFolderTest, ThreeLevelsUp) {
+TEST_F(DataFolder, ThreeLevelsUp) {
   fs::create_directory(Up(3));
   EXPECT_EQ(FindDataFolder(), kThree);
 }
 
-TEST_F(DataFolderTest, FourLevelsUp) {
+TEST_F(DataFolder, FourLevelsUp) {
   fs::create_directory(Up(4));
   EXPECT_EQ(FindDataFolder(), kFour);
 }
 
-TEST_F(DataFolderTest, FiveLevelsUp) {
+TEST_F(DataFolder, FiveLevelsUp) {
   fs::create_directory(Up(5));
   EXPECT_EQ(FindDataFolder(), kFive);
 }
 
-TEST_F(DataFolderTest, FirstCandidateWinsWhenAllExist) {
+TEST_F(DataFolder, FirstCandidateWinsWhenAllExist) {
   fs::create_directory(Up(3));
   fs::create_directory(Up(4));
   fs::create_directory(Up(5));
   EXPECT_EQ(FindDataFolder(), kThree);
 }
 
-TEST_F(DataFolderTest, NearerCandidateWinsOverFarther) {
+TEST_F(DataFolder, NearerCandidateWinsOverFarther) {
   fs::create_directory(Up(4));
   fs::create_directory(Up(5));
   EXPECT_EQ(FindDataFolder(), kFour);
 }
 
-TEST_F(DataFolderTest, PlainFileCountsAsFound) {
+TEST_F(DataFolder, PlainFileCountsAsFound) {
   std::ofstream(Up(4)) << "not a folder";
   fs::create_directory(Up(5));
   EXPECT_EQ(FindDataFolder(), kFour);
 }
 
-TEST_F(DataFolderTest, ResolvedAgainstTheCurrentWorkingDirectory) {
+TEST_F(DataFolder, ResolvedAgainstTheCurrentWorkingDirectory) {
   fs::create_directory(Up(3));
   fs::current_path(root_);  // three levels above root_ there is no UnitTestData
   EXPECT_EQ(FindDataFolder(), "");

@@ -3,6 +3,7 @@
 
 #include <opencv2/core.hpp>
 
+#include "EdgeProfileReference.h"
 #include "Random.h"
 #include "mtf/EdgeProfile.h"
 
@@ -24,7 +25,7 @@ std::vector<double> Build(const cv::Mat& region, float slope, int threads = 1) {
   return BuildEdgeProfile(profiler, region, slope);
 }
 
-TEST(BuildEdgeProfile, SlopeZeroFillsOnlyEveryOversamplingBin) {
+TEST(EdgeProfile, SlopeZeroFillsOnlyEveryOversamplingBin) {
   const cv::Mat region = (cv::Mat_<double>(3, 5) << 1, 2, 3, 4, 5,  //
                           3, 4, 5, 6, 7,                            //
                           5, 6, 7, 8, 9);
@@ -41,7 +42,7 @@ TEST(BuildEdgeProfile, SlopeZeroFillsOnlyEveryOversamplingBin) {
   EXPECT_EQ(profiler.esf.step, 1.0);
 }
 
-TEST(BuildEdgeProfile, PositionsRoundUpWithCeil) {
+TEST(EdgeProfile, PositionsRoundUpWithCeil) {
   // Row 1 projects to (c - 0.15) x 4 = -0.6 and 3.4: ceil gives 0 and 4 (round would give -1 and
   // 3), so both rows share the bins of row 0.
   const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
@@ -54,7 +55,7 @@ TEST(BuildEdgeProfile, PositionsRoundUpWithCeil) {
   EXPECT_EQ(esf, expected);
 }
 
-TEST(BuildEdgeProfile, NegativeProjectionOffsetShiftsTheBins) {
+TEST(EdgeProfile, NegativeProjectionOffsetShiftsTheBins) {
   const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
   EdgeProfiler profiler;
   const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.5f);
@@ -65,7 +66,7 @@ TEST(BuildEdgeProfile, NegativeProjectionOffsetShiftsTheBins) {
   EXPECT_EQ(esf, expected);
 }
 
-TEST(BuildEdgeProfile, PositiveProjectionOffsetIsNotUsedAsShift) {
+TEST(EdgeProfile, PositiveProjectionOffsetIsNotUsedAsShift) {
   const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
   EdgeProfiler profiler;
   profiler.binOffset = -7;  // overwritten by the run
@@ -77,14 +78,14 @@ TEST(BuildEdgeProfile, PositiveProjectionOffsetIsNotUsedAsShift) {
   EXPECT_EQ(esf, expected);
 }
 
-TEST(BuildEdgeProfile, NegativeSlopeStillPlacesEveryPixel) {
+TEST(EdgeProfile, NegativeSlopeStillPlacesEveryPixel) {
   // A constant region: every bin that receives a pixel averages to 7, and with a positive offset
   // no pixel may fall outside the array, so the bins' counts sum to R x C. Averages cannot show
   // counts, so compare with the oracle, which counts the same way, and check the constant.
   const cv::Mat region(40, 30, CV_16UC1, cv::Scalar(7));
   const std::vector<double> esf = Build(region, -0.13f);
   std::int32_t offset = 99;
-  EXPECT_EQ(esf, BuildEdgeProfileReference(region, -0.13f, 4.0f, offset));
+  EXPECT_EQ(esf, oracle::BuildEdgeProfile(region, -0.13f, 4.0f, offset));
   EXPECT_EQ(offset, 0);
   ASSERT_EQ(esf.size(), 120u);
   int filled = 0;
@@ -95,7 +96,7 @@ TEST(BuildEdgeProfile, NegativeSlopeStillPlacesEveryPixel) {
   EXPECT_GT(filled, 100);
 }
 
-TEST(BuildEdgeProfile, ThreadCountsOneTwoThreeGiveIdenticalProfiles) {
+TEST(EdgeProfile, ThreadCountsOneTwoThreeGiveIdenticalProfiles) {
   datagen::Random random(5);
   // R = 10 rows: three threads take 3, 3 and 4 rows.
   const cv::Mat region = RandomRegion(random, 10, 37, CV_16U, 0, 60000);
@@ -107,7 +108,7 @@ TEST(BuildEdgeProfile, ThreadCountsOneTwoThreeGiveIdenticalProfiles) {
   EXPECT_EQ(Build(region, 0.21f, 0), one);
 }
 
-TEST(BuildEdgeProfile, SixteenBitEqualsSixtyFourBitFloat) {
+TEST(EdgeProfile, SixteenBitEqualsSixtyFourBitFloat) {
   datagen::Random random(6);
   const cv::Mat region16 = RandomRegion(random, 50, 40, CV_16U, 0, 65535);
   cv::Mat region64;
@@ -115,25 +116,27 @@ TEST(BuildEdgeProfile, SixteenBitEqualsSixtyFourBitFloat) {
   EXPECT_EQ(Build(region16, 0.087f), Build(region64, 0.087f));
 }
 
-TEST(BuildEdgeProfile, AllSevenDepthsGiveTheSameProfile) {
+class Depth : public ::testing::TestWithParam<int> {};
+
+TEST_P(Depth, GivesTheProfileOfTheDoubleRegion) {
   datagen::Random random(7);
   const cv::Mat base = RandomRegion(random, 30, 25, CV_64F, 0, 127);
-  const std::vector<double> expected = Build(base, 0.11f, 2);
-  for (int depth : {CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F}) {
-    cv::Mat region;
-    base.convertTo(region, CV_MAKETYPE(depth, 1));
-    EXPECT_EQ(Build(region, 0.11f, 2), expected) << "depth " << depth;
-  }
+  cv::Mat region;
+  base.convertTo(region, CV_MAKETYPE(GetParam(), 1));
+  EXPECT_EQ(Build(region, 0.11f, 2), Build(base, 0.11f, 2));
 }
 
-TEST(BuildEdgeProfile, SignedDepthsKeepNegativeValues) {
+INSTANTIATE_TEST_SUITE_P(EdgeProfile, Depth,
+                         ::testing::Values(CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F));
+
+TEST(EdgeProfile, SignedDepthsKeepNegativeValues) {
   const cv::Mat region = (cv::Mat_<signed char>(1, 2) << -100, 50);
   const std::vector<double> esf = Build(region, 0.0f);
   const std::vector<double> expected = {-100, 0, 0, 0, 50, 0, 0, 0};
   EXPECT_EQ(esf, expected);
 }
 
-TEST(BuildEdgeProfile, MatchesTheReferenceOnRandomRegions) {
+TEST(EdgeProfile, MatchesTheReferenceOnRandomRegions) {
   datagen::Random random(8);
   const int depths[] = {CV_8U, CV_8S, CV_16U, CV_16S, CV_32S, CV_32F, CV_64F};
   for (int trial = 0; trial < 60; ++trial) {
@@ -147,14 +150,14 @@ TEST(BuildEdgeProfile, MatchesTheReferenceOnRandomRegions) {
     profiler.oversampling = static_cast<float>(random.Int(1, 8));
     const std::vector<double> esf = BuildEdgeProfile(profiler, region, slope);
     std::int32_t offset = 0;
-    EXPECT_EQ(esf, BuildEdgeProfileReference(region, slope, profiler.oversampling, offset))
+    EXPECT_EQ(esf, oracle::BuildEdgeProfile(region, slope, profiler.oversampling, offset))
         << "trial " << trial;
     EXPECT_EQ(profiler.binOffset, offset);
     EXPECT_LE(esf.size(), static_cast<std::size_t>(cols * profiler.oversampling));
   }
 }
 
-TEST(BuildEdgeProfile, CropKeepsWidthBinsFromHalfTheExtra) {
+TEST(EdgeProfile, CropKeepsWidthBinsFromHalfTheExtra) {
   // 9 rows, slope 0.25, oversampling 4: off = round(-8) = -8, extra 8, width 12, skip 4.
   cv::Mat region(9, 3, CV_64F);
   for (int r = 0; r < 9; ++r) {
@@ -171,7 +174,7 @@ TEST(BuildEdgeProfile, CropKeepsWidthBinsFromHalfTheExtra) {
   EXPECT_EQ(esf[7], (101.0 + 502.0) / 2.0);
 }
 
-TEST(BuildEdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
+TEST(EdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
   EdgeProfiler profiler;
   try {
     BuildEdgeProfile(profiler, cv::Mat(), 0.1f);

@@ -1,4 +1,4 @@
-// The plug-in factories: path widening and resolution, loading and replacing libraries, making
+// The plug-in factories: path resolution, loading and replacing libraries, making
 // objects through "GetInstance", and the order in which objects and libraries are released. The
 // test plug-ins record their load, unload, object creation and destruction in a shared log.
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ class CTestLogger : public ILogger {};
 // Each test works in its own folder holding copies of the test plug-ins under names of its
 // choosing, so that several libraries from one plug-in can be told apart by name, and restores the
 // working directory afterwards.
-class FactoryTest : public ::testing::Test {
+class PluginFolder : public ::testing::Test {
  protected:
   void SetUp() override {
     previous_ = fs::current_path();
@@ -73,30 +73,15 @@ class FactoryTest : public ::testing::Test {
   fs::path folder_;
 };
 
+// IFactoryBase through the processing factory: loading, replacing and making objects.
+class FactoryProcessing : public PluginFolder {};
+
+// The collection: the processing module by its relative name, and the release order.
+class FactoryCollection : public PluginFolder {};
+
 }  // namespace
 
-TEST(Widening, AsciiBytesPassUnchanged) {
-  EXPECT_EQ(WidenBySignExtension("./OmbrixProcessing.so"), u"./OmbrixProcessing.so");
-  EXPECT_EQ(WidenBySignExtension(""), u"");
-}
-
-TEST(Widening, HighBytesAreSignExtendedNotDecoded) {
-  const std::u16string wide = WidenBySignExtension(std::string("a\x80\xE9\xFF", 4));
-  ASSERT_EQ(wide.size(), 4u);
-  EXPECT_EQ(wide[0], u'a');
-  EXPECT_EQ(wide[1], char16_t{0xFF80});
-  EXPECT_EQ(wide[2], char16_t{0xFFE9});
-  EXPECT_EQ(wide[3], char16_t{0xFFFF});
-}
-
-TEST(Widening, KeepsEmbeddedNulAndLength) {
-  const std::u16string wide = WidenBySignExtension(std::string("x\0\x7F", 3));
-  ASSERT_EQ(wide.size(), 3u);
-  EXPECT_EQ(wide[1], u'\0');
-  EXPECT_EQ(wide[2], char16_t{0x7F});
-}
-
-TEST(FactoryTypes, FactoriesAreNotCopyable) {
+TEST_F(FactoryProcessing, FactoriesAreNotCopyable) {
   static_assert(!std::is_copy_constructible<CFactoryProcessing>::value, "");
   static_assert(!std::is_copy_assignable<CFactoryProcessing>::value, "");
   static_assert(!std::is_copy_constructible<CFactoryAcquisition>::value, "");
@@ -113,7 +98,7 @@ TEST(FactoryTypes, FactoriesAreNotCopyable) {
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, MissingFileGivesFalseAndNullHandle) {
+TEST_F(FactoryProcessing, MissingFileGivesFalseAndNullHandle) {
   CFactoryProcessing factory;
   EXPECT_FALSE(factory.Load((folder_ / "Absent.so").string()));
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
@@ -121,14 +106,14 @@ TEST_F(FactoryTest, MissingFileGivesFalseAndNullHandle) {
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, ProcessingModuleAbsentFromWorkingDirectory) {
+TEST_F(FactoryCollection, ProcessingModuleAbsentFromWorkingDirectory) {
   fs::current_path(folder_);
   CFactoryCollection collection;
   EXPECT_FALSE(collection.m_factoryProcessing.Load(OMBRIX_PROCESSING_MODULE));
   EXPECT_EQ(collection.m_factoryProcessing.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, ProcessingModuleFoundInWorkingDirectory) {
+TEST_F(FactoryCollection, ProcessingModuleFoundInWorkingDirectory) {
   const fs::path copy = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "OmbrixProcessing");
   fs::rename(copy, folder_ / fs::path(OMBRIX_PROCESSING_MODULE).filename());
   fs::current_path(folder_);
@@ -140,7 +125,7 @@ TEST_F(FactoryTest, ProcessingModuleFoundInWorkingDirectory) {
   EXPECT_EQ(plugin_events::Take(), (Events{"OmbrixProcessing load", "OmbrixProcessing unload"}));
 }
 
-TEST_F(FactoryTest, RelativePathResolvedAtTimeOfCall) {
+TEST_F(FactoryProcessing, RelativePathResolvedAtTimeOfCall) {
   const fs::path inside = folder_ / "inside";
   const fs::path outside = folder_ / "outside";
   fs::create_directories(inside);
@@ -165,7 +150,7 @@ TEST_F(FactoryTest, RelativePathResolvedAtTimeOfCall) {
             (Events{"Relative load", "Relative create variant=0 logger=no", "Relative destroy"}));
 }
 
-TEST_F(FactoryTest, NarrowPathHighByteNamesSignExtendedFile) {
+TEST_F(FactoryProcessing, NarrowPathHighByteNamesSignExtendedFile) {
   const std::string extension = fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string();
   // The byte 0xE9 becomes U+FFE9, so the file that is found is the one carrying that character.
   const fs::path widened =
@@ -180,7 +165,7 @@ TEST_F(FactoryTest, NarrowPathHighByteNamesSignExtendedFile) {
   EXPECT_FALSE(fs::exists(fs::path(narrow)));
 }
 
-TEST_F(FactoryTest, NarrowPathHighByteDoesNotFindCodePageName) {
+TEST_F(FactoryProcessing, NarrowPathHighByteDoesNotFindCodePageName) {
   const std::string extension = fs::path(OMBRIX_TEST_RECORDING_PLUGIN).extension().string();
   // A file named by the raw byte 0xE9 (Latin-1 'e acute') is not what the widened path names.
   const std::string narrow = folder_.string() + OMBRIX_SEP + "\xE9" + extension;
@@ -190,7 +175,7 @@ TEST_F(FactoryTest, NarrowPathHighByteDoesNotFindCodePageName) {
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, EmptyPathThrowsFromAbsolute) {
+TEST_F(FactoryProcessing, EmptyPathThrowsFromAbsolute) {
   CFactoryProcessing factory;
   try {
     factory.Load(std::string());
@@ -203,7 +188,7 @@ TEST_F(FactoryTest, EmptyPathThrowsFromAbsolute) {
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, StatusFailureOtherThanMissingThrowsFromExists) {
+TEST_F(FactoryProcessing, StatusFailureOtherThanMissingThrowsFromExists) {
   CFactoryProcessing factory;
   const fs::path tooLong = folder_ / std::string(1000, 'x');
   try {
@@ -217,7 +202,7 @@ TEST_F(FactoryTest, StatusFailureOtherThanMissingThrowsFromExists) {
   EXPECT_EQ(factory.LibraryHandle(), nullptr);
 }
 
-TEST_F(FactoryTest, MissingFileLeavesEarlierHandle) {
+TEST_F(FactoryProcessing, MissingFileLeavesEarlierHandle) {
   const fs::path first = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Kept");
   CFactoryProcessing factory;
   ASSERT_TRUE(factory.Load(first));
@@ -226,7 +211,7 @@ TEST_F(FactoryTest, MissingFileLeavesEarlierHandle) {
   EXPECT_EQ(factory.LibraryHandle(), handle);
 }
 
-TEST_F(FactoryTest, SecondLoadReplacesHandleWithoutFreeingFirst) {
+TEST_F(FactoryProcessing, SecondLoadReplacesHandleWithoutFreeingFirst) {
   const fs::path first = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "First");
   const fs::path second = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Second");
   const std::size_t freesBefore = DynamicLibrary::FreeCount();
@@ -247,7 +232,7 @@ TEST_F(FactoryTest, SecondLoadReplacesHandleWithoutFreeingFirst) {
                     "Second destroy", "Second unload"}));
 }
 
-TEST_F(FactoryTest, FailedLoadDropsEarlierHandleWithoutFreeingIt) {
+TEST_F(FactoryProcessing, FailedLoadDropsEarlierHandleWithoutFreeingIt) {
   const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Dropped");
   const fs::path notALibrary = folder_ / "NotALibrary.so";
   std::ofstream(notALibrary) << "not a library";
@@ -262,13 +247,13 @@ TEST_F(FactoryTest, FailedLoadDropsEarlierHandleWithoutFreeingIt) {
   EXPECT_EQ(plugin_events::Take(), (Events{"Dropped load"}));
 }
 
-TEST_F(FactoryTest, CollectionThatLoadedNothingFreesNothing) {
+TEST_F(FactoryCollection, CollectionThatLoadedNothingFreesNothing) {
   const std::size_t freesBefore = DynamicLibrary::FreeCount();
   { CFactoryCollection collection; }
   EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore);
 }
 
-TEST_F(FactoryTest, ObjectDestroyedBeforeLibraryUnloaded) {
+TEST_F(FactoryCollection, ObjectDestroyedBeforeLibraryUnloaded) {
   const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Owned");
   {
     CFactoryCollection collection;
@@ -281,7 +266,7 @@ TEST_F(FactoryTest, ObjectDestroyedBeforeLibraryUnloaded) {
   EXPECT_EQ(plugin_events::Take(), (Events{"Owned destroy", "Owned unload"}));
 }
 
-TEST_F(FactoryTest, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) {
+TEST_F(FactoryProcessing, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) {
   const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Many");
   CFactoryProcessing factory;
   ASSERT_TRUE(factory.Load(library));
@@ -295,7 +280,7 @@ TEST_F(FactoryTest, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) {
                                            "Many create variant=0 logger=no", "Many destroy"}));
 }
 
-TEST_F(FactoryTest, LoggerCopyHandedToEntryAndReleased) {
+TEST_F(FactoryProcessing, LoggerCopyHandedToEntryAndReleased) {
   const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Logged");
   CFactoryProcessing factory;
   ASSERT_TRUE(factory.Load(library));
@@ -306,7 +291,7 @@ TEST_F(FactoryTest, LoggerCopyHandedToEntryAndReleased) {
   EXPECT_EQ(plugin_events::Take(), (Events{"Logged load", "Logged create variant=0 logger=yes"}));
 }
 
-TEST_F(FactoryTest, VirtualOperationsReachPluginAcrossBoundary) {
+TEST_F(FactoryProcessing, VirtualOperationsReachPluginAcrossBoundary) {
   const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Calls");
   CFactoryProcessing factory;
   ASSERT_TRUE(factory.Load(library));
@@ -325,7 +310,7 @@ TEST_F(FactoryTest, VirtualOperationsReachPluginAcrossBoundary) {
                     "Calls LoadDarkFrames long|short|", "Calls SetAlgorithmMode 2"}));
 }
 
-TEST_F(FactoryTest, NullInstanceGivesEmptyPointer) {
+TEST_F(FactoryProcessing, NullInstanceGivesEmptyPointer) {
   const fs::path library = Copy(OMBRIX_TEST_NULL_PLUGIN, "Declining");
   CFactoryProcessing factory;
   ASSERT_TRUE(factory.Load(library));
@@ -338,7 +323,7 @@ TEST_F(FactoryTest, NullInstanceGivesEmptyPointer) {
             (Events{"Declining load", "Declining null-instance variant=0 logger=no"}));
 }
 
-TEST_F(FactoryTest, CollectionReleasesSpareThenProcessingThenAcquisition) {
+TEST_F(FactoryCollection, CollectionReleasesSpareThenProcessingThenAcquisition) {
   const fs::path acquisition = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Acquisition");
   const fs::path processing = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Processing");
   const fs::path spare = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "Spare");
@@ -358,13 +343,13 @@ TEST_F(FactoryTest, CollectionReleasesSpareThenProcessingThenAcquisition) {
 
 // The entry is called without a check: with nothing loaded, or with a library lacking the export,
 // the process faults. Observed in a child process.
-TEST_F(FactoryTest, CreateInstanceWithoutLibraryCrashes) {
+TEST_F(FactoryProcessing, CreateInstanceWithoutLibraryCrashes) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   CFactoryProcessing factory;
   EXPECT_DEATH(factory.CreateInstance(nullptr), "");
 }
 
-TEST_F(FactoryTest, CreateInstanceWithoutExportCrashes) {
+TEST_F(FactoryProcessing, CreateInstanceWithoutExportCrashes) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const fs::path library = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "NoEntry");
   CFactoryProcessing factory;

@@ -7,6 +7,7 @@
 #include <functional>
 #include <opencv2/core.hpp>
 #include <string>
+#include <tuple>
 
 #include "CvErrors.h"
 #include "ImageHelpers.h"
@@ -33,40 +34,47 @@ cv::Mat Filter(const CFilterCosmicRay& filter, const cv::Mat& src, const cv::Mat
   return dst;
 }
 
-TEST(FilterCosmicRayTest, KeepsRadiusAndThreshold) {
+TEST(FilterCosmicRay, KeepsRadiusAndThreshold) {
   const CFilterCosmicRay filter(10, 100);
   EXPECT_EQ(filter.Radius(), 10);
   EXPECT_EQ(filter.Threshold(), 100);
 }
 
-TEST(FilterCosmicRayTest, ExactlyThresholdAboveIsKeptOneMoreIsReplaced) {
-  for (int radius : {1, 2, 3, 4, 10}) {
-    for (bool reference : {false, true}) {
-      cv::Mat src(31, 31, CV_16UC1, cv::Scalar(1000));
-      src.at<std::uint16_t>(10, 10) = 1100;  // exactly threshold above the median
-      src.at<std::uint16_t>(20, 20) = 1101;  // one grey level more
-      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
-      EXPECT_EQ(At(dst, 10, 10), 1100) << "radius " << radius;
-      EXPECT_EQ(At(dst, 20, 20), 1000) << "radius " << radius;
-      EXPECT_EQ(cv::countNonZero(dst != 1000), 1);
-    }
+// Each radius through both the filter and its straightforward form.
+class RadiusAndPath : public ::testing::TestWithParam<std::tuple<int, bool>> {
+ protected:
+  CFilterCosmicRay FilterOf(int threshold) const {
+    return CFilterCosmicRay(std::get<0>(GetParam()), threshold);
   }
+  cv::Mat Run(const cv::Mat& src, const cv::Mat& mask, int threshold = 100) const {
+    return Filter(FilterOf(threshold), src, mask, std::get<1>(GetParam()));
+  }
+};
+
+std::string RadiusAndPathName(const ::testing::TestParamInfo<std::tuple<int, bool>>& info) {
+  return "Radius" + std::to_string(std::get<0>(info.param)) +
+         (std::get<1>(info.param) ? "Straightforward" : "Fast");
 }
 
-TEST(FilterCosmicRayTest, DarkOutliersAreKept) {
-  for (int radius : {1, 2, 3, 10}) {
-    for (bool reference : {false, true}) {
-      cv::Mat src(25, 25, CV_16UC1, cv::Scalar(30000));
-      src.at<std::uint16_t>(12, 12) = 0;
-      src.at<std::uint16_t>(0, 0) = 5;
-      src.at<std::uint16_t>(24, 3) = 100;
-      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
-      EXPECT_TRUE(Equal(dst, src)) << "radius " << radius;
-    }
-  }
+TEST_P(RadiusAndPath, ExactlyThresholdAboveIsKeptOneMoreIsReplaced) {
+  cv::Mat src(31, 31, CV_16UC1, cv::Scalar(1000));
+  src.at<std::uint16_t>(10, 10) = 1100;  // exactly threshold above the median
+  src.at<std::uint16_t>(20, 20) = 1101;  // one grey level more
+  const cv::Mat dst = Run(src, cv::Mat());
+  EXPECT_EQ(At(dst, 10, 10), 1100);
+  EXPECT_EQ(At(dst, 20, 20), 1000);
+  EXPECT_EQ(cv::countNonZero(dst != 1000), 1);
 }
 
-TEST(FilterCosmicRayTest, ImageWithoutOutliersComesBackIdentical) {
+TEST_P(RadiusAndPath, DarkOutliersAreKept) {
+  cv::Mat src(25, 25, CV_16UC1, cv::Scalar(30000));
+  src.at<std::uint16_t>(12, 12) = 0;
+  src.at<std::uint16_t>(0, 0) = 5;
+  src.at<std::uint16_t>(24, 3) = 100;
+  EXPECT_TRUE(Equal(Run(src, cv::Mat()), src));
+}
+
+TEST_P(RadiusAndPath, ImageWithoutOutliersComesBackIdenticalInAFreshBuffer) {
   datagen::Random rng(3);
   cv::Mat src(64, 80, CV_16UC1);
   for (int y = 0; y < src.rows; ++y) {
@@ -75,14 +83,41 @@ TEST(FilterCosmicRayTest, ImageWithoutOutliersComesBackIdentical) {
           static_cast<std::uint16_t>(5000 + 3 * x + 2 * y + rng.Int(-20, 20));
     }
   }
-  for (int radius : {1, 2, 3, 6, 10}) {
-    const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), false);
-    EXPECT_TRUE(Equal(dst, src)) << "radius " << radius;
-    EXPECT_NE(dst.data, src.data);
+  const cv::Mat dst = Run(src, cv::Mat());
+  EXPECT_TRUE(Equal(dst, src));
+  EXPECT_NE(dst.data, src.data);
+}
+
+TEST_P(RadiusAndPath, MaskRestrictsTheReplacement) {
+  cv::Mat src(40, 40, CV_16UC1, cv::Scalar(2000));
+  src.at<std::uint16_t>(5, 5) = 9000;
+  src.at<std::uint16_t>(20, 20) = 9000;
+  src.at<std::uint16_t>(35, 30) = 9000;
+  cv::Mat mask(40, 40, CV_8UC1, cv::Scalar(0));
+  mask.at<unsigned char>(20, 20) = 1;  // any non-zero value selects
+  mask.at<unsigned char>(5, 5) = 255;
+  const cv::Mat dst = Run(src, mask);
+  EXPECT_EQ(At(dst, 5, 5), 2000);
+  EXPECT_EQ(At(dst, 20, 20), 2000);
+  EXPECT_EQ(At(dst, 35, 30), 9000);
+  // An empty mask treats the whole image.
+  EXPECT_EQ(cv::countNonZero(Run(src, cv::Mat()) != 2000), 0);
+}
+
+TEST_P(RadiusAndPath, MaskOfAnotherSizeOrTypeThrows) {
+  const cv::Mat src(20, 20, CV_16UC1, cv::Scalar(2000));
+  for (const cv::Mat& mask :
+       {cv::Mat(19, 20, CV_8UC1, cv::Scalar(1)), cv::Mat(20, 20, CV_16UC1, cv::Scalar(1))}) {
+    EXPECT_THROW(Run(src, mask), cv::Exception);
   }
 }
 
-TEST(FilterCosmicRayTest, RadiusOneAndTwoUseSquareWindows) {
+INSTANTIATE_TEST_SUITE_P(FilterCosmicRay, RadiusAndPath,
+                         ::testing::Combine(::testing::Values(1, 2, 3, 4, 6, 10),
+                                            ::testing::Bool()),
+                         RadiusAndPathName);
+
+TEST(FilterCosmicRay, RadiusTwoUsesASquareWindow) {
   // A 7 x 7 image at 100 with the centre and 10 more pixels of its radius-2 disc at 1000: the
   // disc holds 11 bright of 21, its median is 1000 and the centre is no outlier; the 5 x 5
   // square holds 11 bright of 25, its median is 100 and the centre is replaced.
@@ -99,57 +134,27 @@ TEST(FilterCosmicRayTest, RadiusOneAndTwoUseSquareWindows) {
   }
 }
 
-TEST(FilterCosmicRayTest, SquareWindowsCatchACornerHotPixel) {
-  // A single hot pixel in the corner of a 5 x 5 image lies outside the radius-2 disc of the
-  // centre, yet the square windows of radius 1 and 2 (replicated border) remove it.
+// A single hot pixel in the corner of a 5 x 5 image lies outside the radius-2 disc of the centre,
+// yet the square windows of radius 1 and 2 (replicated border) remove it.
+class SquareRadius : public ::testing::TestWithParam<std::tuple<int, bool>> {};
+
+TEST_P(SquareRadius, CatchesACornerHotPixel) {
   cv::Mat src(5, 5, CV_16UC1, cv::Scalar(200));
   src.at<std::uint16_t>(0, 0) = 9000;
-  for (int radius : {1, 2}) {
-    for (bool reference : {false, true}) {
-      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
-      EXPECT_EQ(At(dst, 0, 0), 200) << "radius " << radius;
-      EXPECT_EQ(cv::countNonZero(dst != 200), 0);
-    }
-  }
+  const cv::Mat dst = Filter(CFilterCosmicRay(std::get<0>(GetParam()), 100), src, cv::Mat(),
+                             std::get<1>(GetParam()));
+  EXPECT_EQ(At(dst, 0, 0), 200);
+  EXPECT_EQ(cv::countNonZero(dst != 200), 0);
   // The radius-2 disc around the centre does not reach the corner: its top row spans only
   // dx = -1..1.
   EXPECT_EQ(MedianFunction_16U::DiscHalfWidths(2).front(), 1);
 }
 
-TEST(FilterCosmicRayTest, MaskRestrictsTheReplacement) {
-  cv::Mat src(40, 40, CV_16UC1, cv::Scalar(2000));
-  src.at<std::uint16_t>(5, 5) = 9000;
-  src.at<std::uint16_t>(20, 20) = 9000;
-  src.at<std::uint16_t>(35, 30) = 9000;
-  cv::Mat mask(40, 40, CV_8UC1, cv::Scalar(0));
-  mask.at<unsigned char>(20, 20) = 1;  // any non-zero value selects
-  mask.at<unsigned char>(5, 5) = 255;
-  for (int radius : {1, 2, 3, 10}) {
-    for (bool reference : {false, true}) {
-      const cv::Mat dst = Filter(CFilterCosmicRay(radius, 100), src, mask, reference);
-      EXPECT_EQ(At(dst, 5, 5), 2000) << "radius " << radius;
-      EXPECT_EQ(At(dst, 20, 20), 2000);
-      EXPECT_EQ(At(dst, 35, 30), 9000);
-      // An empty mask treats the whole image.
-      const cv::Mat all = Filter(CFilterCosmicRay(radius, 100), src, cv::Mat(), reference);
-      EXPECT_EQ(cv::countNonZero(all != 2000), 0);
-    }
-  }
-}
+INSTANTIATE_TEST_SUITE_P(FilterCosmicRay, SquareRadius,
+                         ::testing::Combine(::testing::Values(1, 2), ::testing::Bool()),
+                         RadiusAndPathName);
 
-TEST(FilterCosmicRayTest, MaskOfAnotherSizeOrTypeThrows) {
-  const cv::Mat src(20, 20, CV_16UC1, cv::Scalar(2000));
-  for (const cv::Mat& mask :
-       {cv::Mat(19, 20, CV_8UC1, cv::Scalar(1)), cv::Mat(20, 20, CV_16UC1, cv::Scalar(1))}) {
-    for (int radius : {1, 3, 10}) {
-      cv::Mat dst(2, 2, CV_16UC1, cv::Scalar(5));
-      EXPECT_THROW(CFilterCosmicRay(radius, 100).Process(src, dst, mask), cv::Exception);
-      EXPECT_THROW(CFilterCosmicRay(radius, 100).ProcessReference(src, dst, mask), cv::Exception);
-    }
-  }
-}
-
-TEST(FilterCosmicRayTest, DestinationIsAFreshCopy) {
+TEST(FilterCosmicRay, DestinationIsAFreshCopy) {
   cv::Mat src(30, 30, CV_16UC1, cv::Scalar(700));
   src.at<std::uint16_t>(15, 15) = 5000;
   for (int radius : {2, 5}) {
@@ -168,7 +173,7 @@ TEST(FilterCosmicRayTest, DestinationIsAFreshCopy) {
   }
 }
 
-TEST(FilterCosmicRayTest, DiscRadiusNeedsSixteenBitSingleChannel) {
+TEST(FilterCosmicRay, DiscRadiusNeedsSixteenBitSingleChannel) {
   for (int type : {CV_8UC1, CV_32FC1, CV_16SC1, CV_16UC3}) {
     const cv::Mat src(12, 12, type, cv::Scalar::all(10));
     cv::Mat dst(3, 3, CV_8UC1, cv::Scalar(42));
@@ -186,7 +191,7 @@ TEST(FilterCosmicRayTest, DiscRadiusNeedsSixteenBitSingleChannel) {
   }
 }
 
-TEST(FilterCosmicRayTest, BadRadiusOrEmptySourceIsWrongParameters) {
+TEST(FilterCosmicRay, BadRadiusOrEmptySourceIsWrongParameters) {
   const cv::Mat image(12, 12, CV_16UC1, cv::Scalar(10));
   struct Case {
     int radius;
@@ -207,7 +212,7 @@ TEST(FilterCosmicRayTest, BadRadiusOrEmptySourceIsWrongParameters) {
   }
 }
 
-TEST(FilterCosmicRayTest, SquareRadiiAcceptWhatMedianBlurAccepts) {
+TEST(FilterCosmicRay, SquareRadiiAcceptWhatMedianBlurAccepts) {
   // 8-bit and float work with the square radii; what cv::medianBlur rejects passes through.
   cv::Mat bytes(9, 9, CV_8UC1, cv::Scalar(20));
   bytes.at<unsigned char>(4, 4) = 250;
@@ -230,37 +235,28 @@ TEST(FilterCosmicRayTest, SquareRadiiAcceptWhatMedianBlurAccepts) {
   EXPECT_EQ(dst.data, before);
 }
 
-TEST(FilterCosmicRayTest, FastPathEqualsStraightforwardOnRandomImages) {
+TEST(FilterCosmicRay, FastPathEqualsStraightforwardOnRandomImages) {
   datagen::Random rng(771);
-  const double caseBudget = 3e6;
-  int cases = 0;
-  int attempts = 0;
-  while (cases < 100 && attempts < 5000) {
-    ++attempts;
-    cv::Mat src;
-    int radius = 0;
-    if (!testimages::DrawDiscCase(rng, cases, 3, caseBudget, src, radius)) continue;
-    const int cols = src.cols;
-    const int rows = src.rows;
-    // Thresholds from far below to far above the 16-bit difference range.
-    const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
-                              40000, -32767, -32768, -32769, -70000, 65535};
-    const int threshold = cases % 3 == 0 ? thresholds[rng.Int(0, 12)] : rng.Int(-200, 3000);
-    cv::Mat mask;
-    if (cases % 4 == 1) {
-      mask.create(rows, cols, CV_8UC1);
-      for (int y = 0; y < rows; ++y) {
-        for (int x = 0; x < cols; ++x)
-          mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 3) * 60);
-      }
-    }
-    const CFilterCosmicRay filter(radius, threshold);
-    const cv::Mat fast = Filter(filter, src, mask, false);
-    const cv::Mat reference = Filter(filter, src, mask, true);
-    ASSERT_TRUE(Equal(fast, reference))
-        << cols << "x" << rows << " radius " << radius << " threshold " << threshold;
-    ++cases;
-  }
+  const int cases = testimages::ForEachDiscCase(
+      rng, 100, 3, 3e6, [&rng](int caseIndex, const cv::Mat& src, int radius) {
+        // Thresholds from far below to far above the 16-bit difference range.
+        const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
+                                  40000, -32767, -32768, -32769, -70000, 65535};
+        const int threshold = caseIndex % 3 == 0 ? thresholds[rng.Int(0, 12)] : rng.Int(-200, 3000);
+        cv::Mat mask;
+        if (caseIndex % 4 == 1) {
+          mask.create(src.rows, src.cols, CV_8UC1);
+          for (int y = 0; y < src.rows; ++y) {
+            for (int x = 0; x < src.cols; ++x)
+              mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 3) * 60);
+          }
+        }
+        const CFilterCosmicRay filter(radius, threshold);
+        const bool same = Equal(Filter(filter, src, mask, false), Filter(filter, src, mask, true));
+        EXPECT_TRUE(same) << src.cols << "x" << src.rows << " radius " << radius << " threshold "
+                          << threshold;
+        return same;
+      });
   EXPECT_EQ(cases, 100);
 }
 

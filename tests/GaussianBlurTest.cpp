@@ -6,6 +6,7 @@
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#include <utility>
 #include <vector>
 
 #include "ImageCompare.h"
@@ -81,26 +82,30 @@ cv::Mat RandomImage(int rows, int cols, int type, std::uint64_t seed, double lo,
   return image;
 }
 
-TEST(GaussianBlurKernels, SizesFollowTheHalfWidthRuleUpToTheCapOf201) {
-  struct Case {
-    int sigma;
-    int taps;
-  };
-  // h = ceil(4.5638 sigma) + 1, 2h - 1 taps, h at most 101.
-  for (const Case c : {Case{1, 11}, Case{2, 21}, Case{3, 29}, Case{7, 65}, Case{21, 193},
-                       Case{22, 201}, Case{50, 201}, Case{64, 201}, Case{100, 201}}) {
-    const CGaussianBlur blur(c.sigma);
-    EXPECT_EQ(blur.Kernel2D().rows, c.taps) << "sigma " << c.sigma;
-    EXPECT_EQ(blur.Kernel2D().cols, c.taps) << "sigma " << c.sigma;
-    EXPECT_EQ(blur.RowKernel().size(), cv::Size(c.taps, 1)) << "sigma " << c.sigma;
-    EXPECT_EQ(blur.ColumnKernel().size(), cv::Size(1, c.taps)) << "sigma " << c.sigma;
-    EXPECT_EQ(blur.Kernel2D().type(), CV_64F);
-    EXPECT_EQ(blur.RowKernel().type(), CV_64F);
-    EXPECT_EQ(blur.Sigma(), c.sigma);
-  }
+// Sigma and the taps of its kernels.
+class KernelSize : public ::testing::TestWithParam<std::pair<int, int>> {};
+
+// h = ceil(4.5638 sigma) + 1, 2h - 1 taps, h at most 101.
+TEST_P(KernelSize, FollowsTheHalfWidthRuleUpToTheCapOf201) {
+  const int sigma = GetParam().first;
+  const int taps = GetParam().second;
+  const CGaussianBlur blur(sigma);
+  EXPECT_EQ(blur.Kernel2D().rows, taps);
+  EXPECT_EQ(blur.Kernel2D().cols, taps);
+  EXPECT_EQ(blur.RowKernel().size(), cv::Size(taps, 1));
+  EXPECT_EQ(blur.ColumnKernel().size(), cv::Size(1, taps));
+  EXPECT_EQ(blur.Kernel2D().type(), CV_64F);
+  EXPECT_EQ(blur.RowKernel().type(), CV_64F);
+  EXPECT_EQ(blur.Sigma(), sigma);
 }
 
-TEST(GaussianBlurKernels, TapsCarrySinglePrecision) {
+INSTANTIATE_TEST_SUITE_P(GaussianBlur, KernelSize,
+                         ::testing::Values(std::pair{1, 11}, std::pair{2, 21}, std::pair{3, 29},
+                                           std::pair{7, 65}, std::pair{21, 193}, std::pair{22, 201},
+                                           std::pair{50, 201}, std::pair{64, 201},
+                                           std::pair{100, 201}));
+
+TEST(GaussianBlur, KernelTapsCarrySinglePrecision) {
   const CGaussianBlur blur(7);
   const cv::Mat& row = blur.RowKernel();
   const int centre = row.cols / 2;
@@ -116,27 +121,56 @@ TEST(GaussianBlurKernels, TapsCarrySinglePrecision) {
   EXPECT_GT(differFromDouble, row.cols / 2);
 }
 
-TEST(GaussianBlurKernels, ColumnIsTheRowTransposedAndScaleIsTheOuterProductSum) {
-  for (const int sigma : {2, 7, 50}) {
-    const CGaussianBlur blur(sigma);
-    EXPECT_TRUE(ImagesEqual(blur.ColumnKernel(), blur.RowKernel().t())) << sigma;
-    const cv::Mat outer = blur.ColumnKernel() * blur.RowKernel();
-    EXPECT_DOUBLE_EQ(blur.Scale(), cv::sum(outer)[0]) << sigma;
-    const double rowSum = cv::sum(blur.RowKernel())[0];
-    EXPECT_NEAR(blur.Scale(), rowSum * rowSum, 1e-9 * blur.Scale()) << sigma;
-    // The 2-D kernel is that outer product normalised to sum 1.
-    EXPECT_NEAR(cv::sum(blur.Kernel2D())[0], 1.0, 1e-12) << sigma;
-    EXPECT_LE(MaxAbsDiff(blur.Kernel2D(), outer / blur.Scale()), 1e-15) << sigma;
-  }
+class Sigma : public ::testing::TestWithParam<int> {};
+
+TEST_P(Sigma, KernelColumnIsTheRowTransposedAndScaleIsTheOuterProductSum) {
+  const CGaussianBlur blur(GetParam());
+  EXPECT_TRUE(ImagesEqual(blur.ColumnKernel(), blur.RowKernel().t()));
+  const cv::Mat outer = blur.ColumnKernel() * blur.RowKernel();
+  EXPECT_DOUBLE_EQ(blur.Scale(), cv::sum(outer)[0]);
+  const double rowSum = cv::sum(blur.RowKernel())[0];
+  EXPECT_NEAR(blur.Scale(), rowSum * rowSum, 1e-9 * blur.Scale());
+  // The 2-D kernel is that outer product normalised to sum 1.
+  EXPECT_NEAR(cv::sum(blur.Kernel2D())[0], 1.0, 1e-12);
+  EXPECT_LE(MaxAbsDiff(blur.Kernel2D(), outer / blur.Scale()), 1e-15);
 }
 
-TEST(GaussianBlurKernels, SigmaTwoScaleIsTwoPiSigmaSquared) {
+TEST_P(Sigma, ApplyMatchesTheNaiveFormOfEachPath) {
+  const int sigma = GetParam();
+  const CGaussianBlur blur(sigma);
+  const cv::Mat src = RandomImage(37, 45, CV_16UC1, 100 + sigma, 0.0, 4000.0);
+  cv::Mat twoD, separable;
+  blur.Apply(src, twoD, false);
+  blur.Apply(src, separable, true);
+  ASSERT_EQ(twoD.type(), CV_16UC1);
+  ASSERT_EQ(twoD.size(), src.size());
+  ASSERT_EQ(separable.type(), CV_16UC1);
+  // filter2D sums in single precision (or through the DFT for large kernels): one grey level
+  // at a rounding tie is the most it may differ from the exact sum.
+  EXPECT_LE(MaxAbsDiff(twoD, Store(NaiveCorrelate(src, blur.Kernel2D()), CV_16U)), 1.0);
+  EXPECT_LE(MaxAbsDiff(separable, NaiveSeparable(src, blur)), 1.0);
+}
+
+TEST_P(Sigma, PowerProcessOfOneSigmaEqualsTheSeparableBlurInFloat) {
+  const cv::Mat src = RandomImage(48, 40, CV_16UC1, 11, 0.0, 8000.0);
+  CGaussianBlur blur(1);
+  const cv::Mat result = blur.PowerProcess(src, {GetParam()});
+  ASSERT_EQ(result.type(), CV_32FC1);
+  cv::Mat blurred, expected;
+  CGaussianBlur(GetParam()).Apply(src, blurred, true);
+  blurred.convertTo(expected, CV_32F);
+  EXPECT_TRUE(ImagesEqual(result, expected));
+}
+
+INSTANTIATE_TEST_SUITE_P(GaussianBlur, Sigma, ::testing::Values(1, 2, 3, 5, 7, 50));
+
+TEST(GaussianBlur, KernelSigmaTwoScaleIsTwoPiSigmaSquared) {
   // The sampled Gaussian sums to sqrt(2 pi) sigma per axis to far better than the float taps.
   const CGaussianBlur blur(2);
   EXPECT_NEAR(blur.Scale(), 2.0 * CV_PI * 4.0, 1e-5);
 }
 
-TEST(GaussianBlurKernels, BinomialRowHoldsTheBinomialCoefficients) {
+TEST(GaussianBlur, KernelBinomialRowHoldsTheBinomialCoefficients) {
   const cv::Mat row = CGaussianBlur::BinomialKernel(4);
   ASSERT_EQ(row.size(), cv::Size(5, 1));
   ASSERT_EQ(row.type(), CV_32F);
@@ -151,14 +185,14 @@ TEST(GaussianBlurKernels, BinomialRowHoldsTheBinomialCoefficients) {
   EXPECT_EQ(huge.at<float>(0, 20), static_cast<float>(137846528820.0));
 }
 
-TEST(GaussianBlurKernels, FactorialIsRecursiveFromOne) {
+TEST(GaussianBlur, KernelFactorialIsRecursiveFromOne) {
   EXPECT_EQ(CGaussianBlur::Factorial(0.0), 1.0);
   EXPECT_EQ(CGaussianBlur::Factorial(1.0), 1.0);
   EXPECT_EQ(CGaussianBlur::Factorial(5.0), 120.0);
   EXPECT_EQ(CGaussianBlur::Factorial(10.0), 3628800.0);
 }
 
-TEST(GaussianBlurKernels, GaussianKernel2DSetsTheSeparableKernels) {
+TEST(GaussianBlur, KernelGaussianKernel2DSetsTheSeparableKernels) {
   CGaussianBlur blur(2);
   const cv::Mat kernel = blur.GaussianKernel2D(3.0, 3e-5);
   EXPECT_EQ(kernel.cols, 29);
@@ -170,39 +204,14 @@ TEST(GaussianBlurKernels, GaussianKernel2DSetsTheSeparableKernels) {
   EXPECT_EQ(blur.GaussianKernel2D(3.0, 0.01).cols, 21);
 }
 
-TEST(GaussianBlurKernels, SigmaZeroIsNotGuarded) {
+TEST(GaussianBlur, KernelSigmaZeroIsNotGuarded) {
   // 0 / 0 in the taps: the kernel is one NaN tap.
   const CGaussianBlur blur(0);
   ASSERT_EQ(blur.RowKernel().cols, 1);
   EXPECT_TRUE(std::isnan(blur.RowKernel().at<double>(0, 0)));
 }
 
-TEST(GaussianBlurApply, TwoDimensionalPathMatchesANaiveConvolution) {
-  for (const int sigma : {1, 2, 3}) {
-    const CGaussianBlur blur(sigma);
-    const cv::Mat src = RandomImage(37, 45, CV_16UC1, 100 + sigma, 0.0, 4000.0);
-    cv::Mat dst;
-    blur.Apply(src, dst, false);
-    ASSERT_EQ(dst.type(), CV_16UC1);
-    ASSERT_EQ(dst.size(), src.size());
-    // filter2D sums in single precision (or through the DFT for large kernels): one grey level
-    // at a rounding tie is the most it may differ from the exact sum.
-    EXPECT_LE(MaxAbsDiff(dst, Store(NaiveCorrelate(src, blur.Kernel2D()), CV_16U)), 1.0) << sigma;
-  }
-}
-
-TEST(GaussianBlurApply, SeparablePathMatchesRowColumnThenDivide) {
-  for (const int sigma : {1, 2, 3}) {
-    const CGaussianBlur blur(sigma);
-    const cv::Mat src = RandomImage(41, 33, CV_16UC1, 200 + sigma, 0.0, 4000.0);
-    cv::Mat dst;
-    blur.Apply(src, dst, true);
-    ASSERT_EQ(dst.type(), CV_16UC1);
-    EXPECT_LE(MaxAbsDiff(dst, NaiveSeparable(src, blur)), 1.0) << sigma;
-  }
-}
-
-TEST(GaussianBlurApply, FloatImagesStayFloat) {
+TEST(GaussianBlur, ApplyFloatImagesStayFloat) {
   const CGaussianBlur blur(2);
   const cv::Mat src = RandomImage(30, 30, CV_32FC1, 7, 0.0, 1000.0);
   cv::Mat twoD, separable;
@@ -216,7 +225,7 @@ TEST(GaussianBlurApply, FloatImagesStayFloat) {
   EXPECT_LE(MaxAbsDiff(separable, expected), 1e-2);
 }
 
-TEST(GaussianBlurApply, OutputKeepsTheSourceChannels) {
+TEST(GaussianBlur, ApplyOutputKeepsTheSourceChannels) {
   const CGaussianBlur blur(2);
   const cv::Mat src = RandomImage(20, 24, CV_16UC3, 9, 0.0, 3000.0);
   cv::Mat dst;
@@ -226,22 +235,24 @@ TEST(GaussianBlurApply, OutputKeepsTheSourceChannels) {
   EXPECT_EQ(dst.type(), CV_16UC3);
 }
 
-TEST(GaussianBlurApply, BothPathsAgreeOnACentrePixel) {
-  // The suite's images: black with one centre pixel of 4000.
-  for (const int sigma : {2, 7}) {
-    const CGaussianBlur blur(sigma);
-    const int n = blur.Kernel2D().cols;
-    cv::Mat image = cv::Mat::zeros(n, n, CV_16UC1);
-    image.at<unsigned short>(n / 2, n / 2) = 4000;
-    cv::Mat a, b;
-    blur.Apply(image, a, true);
-    blur.Apply(image, b, false);
-    EXPECT_TRUE(ImagesEqual(a, b)) << sigma;
-    EXPECT_EQ(a.at<unsigned short>(n / 2, n / 2), std::lround(4000.0 / blur.Scale())) << sigma;
-  }
+// The suite's images: black with one centre pixel of 4000, at the suite's sigmas.
+class CentrePixel : public ::testing::TestWithParam<int> {};
+
+TEST_P(CentrePixel, BothPathsAgree) {
+  const CGaussianBlur blur(GetParam());
+  const int n = blur.Kernel2D().cols;
+  cv::Mat image = cv::Mat::zeros(n, n, CV_16UC1);
+  image.at<unsigned short>(n / 2, n / 2) = 4000;
+  cv::Mat a, b;
+  blur.Apply(image, a, true);
+  blur.Apply(image, b, false);
+  EXPECT_TRUE(ImagesEqual(a, b));
+  EXPECT_EQ(a.at<unsigned short>(n / 2, n / 2), std::lround(4000.0 / blur.Scale()));
 }
 
-TEST(GaussianBlurApply, SeparablePathComesOutDarkerOnABrightIntegerImage) {
+INSTANTIATE_TEST_SUITE_P(GaussianBlur, CentrePixel, ::testing::Values(2, 7));
+
+TEST(GaussianBlur, ApplySeparablePathComesOutDarkerOnABrightIntegerImage) {
   // Row and column passes use the unnormalised taps: 60000 times the tap sum saturates at
   // 65535 before the division by the scale.
   const CGaussianBlur blur(2);
@@ -255,7 +266,7 @@ TEST(GaussianBlurApply, SeparablePathComesOutDarkerOnABrightIntegerImage) {
   EXPECT_LT(saturated, 60000 / 20);
 }
 
-TEST(GaussianBlurApply, DoesNotChangeTheObject) {
+TEST(GaussianBlur, ApplyDoesNotChangeTheObject) {
   const CGaussianBlur blur(3);
   const cv::Mat kernel = blur.Kernel2D().clone();
   const cv::Mat row = blur.RowKernel().clone();
@@ -269,20 +280,7 @@ TEST(GaussianBlurApply, DoesNotChangeTheObject) {
   EXPECT_EQ(blur.Sigma(), 3);
 }
 
-TEST(GaussianBlurPowerProcess, SingleSigmaEqualsTheSeparableBlurInFloat) {
-  const cv::Mat src = RandomImage(48, 40, CV_16UC1, 11, 0.0, 8000.0);
-  for (const int sigma : {2, 5}) {
-    CGaussianBlur blur(1);
-    const cv::Mat result = blur.PowerProcess(src, {sigma});
-    ASSERT_EQ(result.type(), CV_32FC1);
-    cv::Mat blurred, expected;
-    CGaussianBlur(sigma).Apply(src, blurred, true);
-    blurred.convertTo(expected, CV_32F);
-    EXPECT_TRUE(ImagesEqual(result, expected)) << sigma;
-  }
-}
-
-TEST(GaussianBlurPowerProcess, IsTheProductOfTheBlursInListOrder) {
+TEST(GaussianBlur, PowerProcessIsTheProductOfTheBlursInListOrder) {
   const cv::Mat src = RandomImage(40, 40, CV_16UC1, 12, 100.0, 2000.0);
   CGaussianBlur blur(2);
   const cv::Mat result = blur.PowerProcess(src, {2, 3, 5});
@@ -295,7 +293,7 @@ TEST(GaussianBlurPowerProcess, IsTheProductOfTheBlursInListOrder) {
   EXPECT_TRUE(ImagesEqual(result, expected));
 }
 
-TEST(GaussianBlurPowerProcess, KeepsTheKernelsOfTheLastSigma) {
+TEST(GaussianBlur, PowerProcessKeepsTheKernelsOfTheLastSigma) {
   CGaussianBlur blur(2);
   const cv::Mat src = RandomImage(24, 24, CV_16UC1, 13, 0.0, 1000.0);
   blur.PowerProcess(src, {2, 3, 5, 7});
@@ -307,7 +305,7 @@ TEST(GaussianBlurPowerProcess, KeepsTheKernelsOfTheLastSigma) {
   EXPECT_EQ(blur.Scale(), seven.Scale());
 }
 
-TEST(GaussianBlurPowerProcess, EmptyInputOrEmptyListGivesAnEmptyResultAndKeepsTheSigma) {
+TEST(GaussianBlur, PowerProcessEmptyInputOrEmptyListGivesAnEmptyResultAndKeepsTheSigma) {
   CGaussianBlur blur(2);
   EXPECT_TRUE(blur.PowerProcess(cv::Mat(), {3, 5}).empty());
   EXPECT_EQ(blur.Sigma(), 2);
@@ -316,7 +314,7 @@ TEST(GaussianBlurPowerProcess, EmptyInputOrEmptyListGivesAnEmptyResultAndKeepsTh
   EXPECT_EQ(blur.Kernel2D().cols, 21);
 }
 
-TEST(GaussianBlurPowerProcess, ChannelsAreKept) {
+TEST(GaussianBlur, PowerProcessChannelsAreKept) {
   CGaussianBlur blur(2);
   const cv::Mat result = blur.PowerProcess(RandomImage(16, 16, CV_8UC3, 15, 0.0, 200.0), {2});
   EXPECT_EQ(result.type(), CV_32FC3);

@@ -13,12 +13,12 @@ cv::Mat Ramp(int rows, int cols, int type) {
   return image;
 }
 
-TEST(ImagesEqual, IdenticalImagesAreEqual) {
+TEST(ImageCompare, IdenticalImagesAreEqual) {
   const cv::Mat a = Ramp(40, 30, CV_16UC1);
   EXPECT_TRUE(ImagesEqual(a, a.clone()));
 }
 
-TEST(ImagesEqual, OneSampleOffByOneAnywhereMakesThemUnequal) {
+TEST(ImageCompare, OneSampleOffByOneAnywhereMakesThemUnequal) {
   const cv::Mat a = Ramp(40, 30, CV_16UC1);
   for (const cv::Point at : {cv::Point(0, 0), cv::Point(29, 39), cv::Point(13, 17)}) {
     cv::Mat b = a.clone();
@@ -27,18 +27,18 @@ TEST(ImagesEqual, OneSampleOffByOneAnywhereMakesThemUnequal) {
   }
 }
 
-TEST(ImagesEqual, ADifferenceInOneChannelCounts) {
+TEST(ImageCompare, ADifferenceInOneChannelCounts) {
   const cv::Mat a = Ramp(8, 8, CV_8UC3);
   cv::Mat b = a.clone();
   b.at<cv::Vec3b>(4, 4)[2] ^= 1;
   EXPECT_FALSE(ImagesEqual(a, b));
 }
 
-TEST(ImagesEqual, DifferentSizesThrow) {
+TEST(ImageCompare, DifferentSizesThrow) {
   EXPECT_THROW(ImagesEqual(Ramp(8, 8, CV_16UC1), Ramp(8, 9, CV_16UC1)), cv::Exception);
 }
 
-TEST(RegionMaxDifference, DifferenceWithinTheBorderPasses) {
+TEST(ImageCompare, RegionDifferenceWithinTheBorderPasses) {
   const cv::Mat a = Ramp(50, 40, CV_16UC1);
   cv::Mat b = a.clone();
   b.at<unsigned short>(0, 0) += 500;
@@ -48,7 +48,7 @@ TEST(RegionMaxDifference, DifferenceWithinTheBorderPasses) {
   EXPECT_EQ(RegionMaxDifference(a, b), 0.0);
 }
 
-TEST(RegionMaxDifference, DifferenceJustInsideTheBorderCounts) {
+TEST(ImageCompare, RegionDifferenceJustInsideTheBorderCounts) {
   const cv::Mat a = Ramp(50, 40, CV_16UC1);
   cv::Mat b = a.clone();
   b.at<unsigned short>(10, 10) += 7;
@@ -58,7 +58,7 @@ TEST(RegionMaxDifference, DifferenceJustInsideTheBorderCounts) {
   EXPECT_EQ(RegionMaxDifference(a, c), 3.0);
 }
 
-TEST(RegionMaxDifference, TypesMustMatch) {
+TEST(ImageCompare, RegionTypesMustMatch) {
   EXPECT_THROW(RegionMaxDifference(Ramp(30, 30, CV_16UC1), Ramp(30, 30, CV_8UC1)), cv::Exception);
 }
 

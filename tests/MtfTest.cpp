@@ -3,20 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <opencv2/core.hpp>
 
+#include "MtfReference.h"
 #include "Random.h"
 #include "mtf/Mtf.h"
 
 namespace {
-
-constexpr double kPi = 3.141592653589793;
 
 KProfile<double> Profile(std::vector<double> values) { return KProfile<double>(std::move(values)); }
 
 double HammingWeight(int k, int n) {
   const int m = n / 2;
   const int d = std::max(n - m, m - 1);
-  return 0.54 + 0.46 * std::cos((k - m) * kPi / d);
+  return 0.54 + 0.46 * std::cos((k - m) * CV_PI / d);
 }
 
 // Blurred step sampled at oversampling 4: Phi(x / sigma) with x in pixels.
@@ -29,7 +29,7 @@ KProfile<double> BlurredStep(int n, double sigma, double bins = 4.0) {
   return Profile(esf);
 }
 
-TEST(ComputeMtf, PerfectStepNeverCrossesAndHasZeroEfficiency) {
+TEST(Mtf, PerfectStepNeverCrossesAndHasZeroEfficiency) {
   std::vector<double> esf(64, 0.0);
   for (int i = 32; i < 64; ++i) esf[i] = 1.0;
   MtfResult result;
@@ -42,7 +42,7 @@ TEST(ComputeMtf, PerfectStepNeverCrossesAndHasZeroEfficiency) {
   EXPECT_EQ(result.efficiency, 0.0f);
 }
 
-TEST(ComputeMtf, DerivativeComputesNMinusThreePositionsThenRepeatsTheLast) {
+TEST(Mtf, DerivativeComputesNMinusThreePositionsThenRepeatsTheLast) {
   // esf[i] = -i^2 gives 0.5 (esf[j + 2] - esf[j]) = -2j - 2; its sum is negative, so no centring
   // shift moves it and the LSF is the derivative times the window.
   const int n = 10;
@@ -59,7 +59,7 @@ TEST(ComputeMtf, DerivativeComputesNMinusThreePositionsThenRepeatsTheLast) {
   EXPECT_EQ(result.esf.values, esf);
 }
 
-TEST(ComputeMtf, LsfSummingToZeroOrLessIsNotShifted) {
+TEST(Mtf, LsfSummingToZeroOrLessIsNotShifted) {
   // A falling edge far from the centre: its LSF is negative and stays where it is.
   std::vector<double> esf(40, 1.0);
   for (int i = 8; i < 40; ++i) esf[i] = 0.0;
@@ -72,7 +72,7 @@ TEST(ComputeMtf, LsfSummingToZeroOrLessIsNotShifted) {
   }
 }
 
-TEST(ComputeMtf, CentringRotatesTheCentroidOntoHalfNRoundingHalfAwayFromZero) {
+TEST(Mtf, CentringRotatesTheCentroidOntoHalfNRoundingHalfAwayFromZero) {
   // Step at 11: the LSF is 0.5 at 9 and 10, centroid 9.5; shift = round(9.5 - 32) = -23, so the
   // element at index 41 becomes the first and the pair moves to 32 and 33.
   std::vector<double> esf(64, 0.0);
@@ -85,7 +85,7 @@ TEST(ComputeMtf, CentringRotatesTheCentroidOntoHalfNRoundingHalfAwayFromZero) {
   }
 }
 
-TEST(ComputeMtf, SpectrumMatchesAStraightforwardTransform) {
+TEST(Mtf, SpectrumMatchesAStraightforwardTransform) {
   datagen::Random random(21);
   for (int trial = 0; trial < 20; ++trial) {
     const int n = random.Int(3, 300);
@@ -98,13 +98,13 @@ TEST(ComputeMtf, SpectrumMatchesAStraightforwardTransform) {
     const float slope = static_cast<float>(random.Uniform(-0.3, 0.3));
     MtfResult result;
     ComputeMtf(result, Profile(esf), slope, 4.0f);
-    std::vector<double> magnitude = SpectrumMagnitudeReference(result.lsf.values);
+    std::vector<double> magnitude = oracle::SpectrumMagnitude(result.lsf.values);
     const int m = (n + 1) / 2;
     ASSERT_EQ(result.mtf.Size(), static_cast<std::size_t>(m));
     for (int k = 0; k < m; ++k) {
       double expected = magnitude[k] / magnitude[0];
       if (k > 0) {
-        const double x = kPi * k / (m + 1);
+        const double x = CV_PI * k / (m + 1);
         expected *= std::min(x / std::sin(x), 10.0);
       }
       EXPECT_NEAR(result.mtf[k], expected, 1e-9 * std::max(1.0, expected)) << trial << " " << k;
@@ -113,21 +113,21 @@ TEST(ComputeMtf, SpectrumMatchesAStraightforwardTransform) {
   }
 }
 
-TEST(ComputeMtf, CorrectionIsCappedAtTen) {
+TEST(Mtf, CorrectionIsCappedAtTen) {
   // N = 64, M = 32: at k = 31 the factor x / sin x is 15.8, capped to 10; at k = 29 it is 7.4.
   const KProfile<double> esf = BlurredStep(64, 0.1);
   MtfResult result;
   ComputeMtf(result, esf, 0.0f, 4.0f);
-  std::vector<double> magnitude = SpectrumMagnitudeReference(result.lsf.values);
+  std::vector<double> magnitude = oracle::SpectrumMagnitude(result.lsf.values);
   const double raw = magnitude[31] / magnitude[0];
   ASSERT_GT(raw, 1e-6);
   EXPECT_NEAR(result.mtf[31] / raw, 10.0, 1e-6);
-  const double x29 = kPi * 29 / 33;
+  const double x29 = CV_PI * 29 / 33;
   EXPECT_NEAR(result.mtf[29] / (magnitude[29] / magnitude[0]), x29 / std::sin(x29), 1e-6);
   EXPECT_LT(x29 / std::sin(x29), 10.0);
 }
 
-TEST(ComputeMtf, FrequenciesAreFormedInFloatAndDividedInDouble) {
+TEST(Mtf, FrequenciesAreFormedInFloatAndDividedInDouble) {
   const KProfile<double> esf = BlurredStep(301, 1.0);
   MtfResult result;
   ComputeMtf(result, esf, 0.07f, 4.0f);
@@ -141,7 +141,7 @@ TEST(ComputeMtf, FrequenciesAreFormedInFloatAndDividedInDouble) {
   }
 }
 
-TEST(ComputeMtf, ResolutionZeroOrOneMeansPixelsAnd254MeansTenthMillimetres) {
+TEST(Mtf, ResolutionZeroOrOneMeansPixelsAnd254MeansTenthMillimetres) {
   // N = 210 keeps the Nyquist sample clear of a tie (sample i is above the limit when
   // i > N / 8 - 1), so both units pick the same sample.
   const KProfile<double> esf = BlurredStep(210, 1.0);
@@ -167,7 +167,7 @@ TEST(ComputeMtf, ResolutionZeroOrOneMeansPixelsAnd254MeansTenthMillimetres) {
   EXPECT_FLOAT_EQ(millimetres.efficiency, pixels.efficiency);
 }
 
-TEST(ComputeMtf, NyquistIsTheFirstSampleAboveHalfPitchLessOneStep) {
+TEST(Mtf, NyquistIsTheFirstSampleAboveHalfPitchLessOneStep) {
   // N = 400, slope 0: f[i] = 0.01 i; limit = 0.5 - (0.01 + 2.2e-16) sits just below 0.49, so the
   // Nyquist sample is f[49] = 0.49.
   const KProfile<double> esf = BlurredStep(400, 1.0);
@@ -178,7 +178,7 @@ TEST(ComputeMtf, NyquistIsTheFirstSampleAboveHalfPitchLessOneStep) {
   EXPECT_FLOAT_EQ(result.efficiency, result.cutFrequency * 100.0f / 0.49f);
 }
 
-TEST(ComputeMtf, OneOrTwoSamplesGiveNoNyquistAndZeroEfficiency) {
+TEST(Mtf, OneOrTwoSamplesGiveNoNyquistAndZeroEfficiency) {
   for (const std::vector<double>& esf :
        {std::vector<double>{}, std::vector<double>{3.0}, std::vector<double>{0.0, 1.0}}) {
     MtfResult result;
@@ -190,7 +190,7 @@ TEST(ComputeMtf, OneOrTwoSamplesGiveNoNyquistAndZeroEfficiency) {
   }
 }
 
-TEST(ComputeMtf, EfficiencyNeverExceedsOneHundred) {
+TEST(Mtf, EfficiencyNeverExceedsOneHundred) {
   // sigma 0.3 px: the MTF reaches 0.1 well beyond the Nyquist sample.
   const KProfile<double> esf = BlurredStep(400, 0.3);
   MtfResult result;
@@ -199,14 +199,14 @@ TEST(ComputeMtf, EfficiencyNeverExceedsOneHundred) {
   EXPECT_EQ(result.efficiency, 100.0f);
 }
 
-TEST(ComputeMtf, BlurredStepMatchesItsGaussianTransfer) {
+TEST(Mtf, BlurredStepMatchesItsGaussianTransfer) {
   // An ideal sampled Gaussian edge (no pixel aperture): MTF = exp(-2 pi^2 sigma^2 f^2) apart from
   // the profile's own bin sampling; the cut frequency lands within 1 %.
   const double sigma = 1.2;
   const KProfile<double> esf = BlurredStep(512, sigma);
   MtfResult result;
   ComputeMtf(result, esf, 0.0f, 4.0f);
-  const double truth = std::sqrt(std::log(10.0) / (2.0 * kPi * kPi)) / sigma;
+  const double truth = std::sqrt(std::log(10.0) / (2.0 * CV_PI * CV_PI)) / sigma;
   EXPECT_NEAR(result.cutFrequency, truth, 0.01 * truth);
   // FWHM of a Gaussian: 2.3548 sigma.
   EXPECT_NEAR(result.fwhm, 2.3548 * sigma, 0.05);
@@ -219,7 +219,7 @@ MtfResult WithCurve(std::vector<double> mtf, std::vector<double> frequencies) {
   return result;
 }
 
-TEST(MtfCrossing, InterpolatesTheFirstFallToTheLevel) {
+TEST(Mtf, CrossingInterpolatesTheFirstFallToTheLevel) {
   const MtfResult result =
       WithCurve({1.0, 0.5, 0.1, 0.05, 0.2, 0.01}, {0, 0.1, 0.2, 0.3, 0.4, 0.5});
   EXPECT_DOUBLE_EQ(MtfCrossing(result, 0.3), 0.15);
@@ -229,7 +229,7 @@ TEST(MtfCrossing, InterpolatesTheFirstFallToTheLevel) {
   EXPECT_EQ(MtfCrossing(result, 1.0), -1.0);
 }
 
-TEST(MtfCrossing, FewerThanTwoSamplesHaveNoCrossing) {
+TEST(Mtf, CrossingFewerThanTwoSamplesHaveNoCrossing) {
   EXPECT_EQ(MtfCrossing(WithCurve({1.0}, {0.0}), 0.1), -1.0);
   EXPECT_EQ(MtfCrossing(WithCurve({}, {}), 0.1), -1.0);
   EXPECT_DOUBLE_EQ(MtfCrossing(WithCurve({1.0, 0.0}, {0.0, 0.5}), 0.1), 0.45);
@@ -241,25 +241,25 @@ MtfResult WithLsf(std::vector<double> lsf) {
   return result;
 }
 
-TEST(LsfWidth, InterpolatesBothHalfMaximumEdges) {
+TEST(Mtf, LsfWidthInterpolatesBothHalfMaximumEdges) {
   // Peak 4 at 3, half 2: left edge 1.5, right edge 4.5.
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({0, 1, 3, 4, 3, 1, 0}), 1.0f), 3.0);
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({0, 1, 3, 4, 3, 1, 0}), 4.0f), 0.75);
 }
 
-TEST(LsfWidth, PeakTiesGoToTheLaterIndex) {
+TEST(Mtf, LsfWidthPeakTiesGoToTheLaterIndex) {
   // Peak at index 2 (not 1): left edge 0.5, right edge 2.5. With the peak at 1 the left edge would
   // not be searched and the width would be 2.5.
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({0, 4, 4, 0}), 1.0f), 2.0);
 }
 
-TEST(LsfWidth, TheLastFallBelowHalfWins) {
+TEST(Mtf, LsfWidthTheLastFallBelowHalfWins) {
   // Falls below half at 3 and again at 6: the second one gives the right edge.
   // Left: i = 1 (3 > 2): 0 + (2 - 0) / 3. Right: i = 6: 5 + (2 - 3) / (0 - 3).
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({0, 3, 4, 1, 1, 3, 0}), 1.0f), 5.0 + 1.0 / 3.0 - 2.0 / 3.0);
 }
 
-TEST(LsfWidth, MissingEdgesCountAsZero) {
+TEST(Mtf, LsfWidthMissingEdgesCountAsZero) {
   // Peak at 0: no left edge; never falls below half: no right edge.
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({4, 3, 3}), 1.0f), 0.0);
   EXPECT_DOUBLE_EQ(LsfWidth(WithLsf({}), 1.0f), 0.0);

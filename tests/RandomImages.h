@@ -75,4 +75,20 @@ inline bool DrawDiscCase(datagen::Random& rng, int caseIndex, int minRadius, dou
   return true;
 }
 
+// Draws up to count cases (DrawDiscCase) and hands each to check(caseIndex, src, radius), which
+// returns false to stop. Returns how many cases were checked and passed; gives up after 5000
+// draws, so a budget too small for count cases shows as a short count.
+template <class Check>
+int ForEachDiscCase(datagen::Random& rng, int count, int minRadius, double budget, Check check) {
+  int cases = 0;
+  for (int attempts = 0; cases < count && attempts < 5000; ++attempts) {
+    cv::Mat src;
+    int radius = 0;
+    if (!DrawDiscCase(rng, cases, minRadius, budget, src, radius)) continue;
+    if (!check(cases, src, radius)) break;
+    ++cases;
+  }
+  return cases;
+}
+
 }  // namespace testimages

@@ -25,7 +25,7 @@ void ExpectSelected(std::vector<unsigned short> values, std::size_t nth) {
   ASSERT_EQ(values, sorted);
 }
 
-TEST(SelectTest, RandomArraysGiveTheOrderStatistic) {
+TEST(Select, RandomArraysGiveTheOrderStatistic) {
   datagen::Random rng(4242);
   for (int trial = 0; trial < 2000; ++trial) {
     const int size = trial < 400 ? 1 + trial % 80 : rng.Int(1, 3000);
@@ -40,25 +40,30 @@ TEST(SelectTest, RandomArraysGiveTheOrderStatistic) {
   }
 }
 
-TEST(SelectTest, SortedReversedAndOrganPipeInputs) {
-  for (int size : {1, 2, 31, 32, 33, 34, 64, 65, 349, 1000, 6561}) {
-    std::vector<unsigned short> ascending(static_cast<std::size_t>(size));
-    for (int i = 0; i < size; ++i)
-      ascending[static_cast<std::size_t>(i)] = static_cast<unsigned short>(i * 7);
-    std::vector<unsigned short> descending(ascending.rbegin(), ascending.rend());
-    std::vector<unsigned short> pipe(static_cast<std::size_t>(size));
-    for (int i = 0; i < size; ++i)
-      pipe[static_cast<std::size_t>(i)] = static_cast<unsigned short>(std::min(i, size - 1 - i));
-    for (std::size_t nth :
-         {std::size_t{0}, static_cast<std::size_t>(size / 2), static_cast<std::size_t>(size - 1)}) {
-      ExpectSelected(ascending, nth);
-      ExpectSelected(descending, nth);
-      ExpectSelected(pipe, nth);
-    }
+// Sizes around the insertion-sort limit (32), the median-of-three-medians limit (40) and beyond.
+class Size : public ::testing::TestWithParam<int> {};
+
+TEST_P(Size, SortedReversedAndOrganPipeInputs) {
+  const int size = GetParam();
+  std::vector<unsigned short> ascending(static_cast<std::size_t>(size));
+  for (int i = 0; i < size; ++i)
+    ascending[static_cast<std::size_t>(i)] = static_cast<unsigned short>(i * 7);
+  std::vector<unsigned short> descending(ascending.rbegin(), ascending.rend());
+  std::vector<unsigned short> pipe(static_cast<std::size_t>(size));
+  for (int i = 0; i < size; ++i)
+    pipe[static_cast<std::size_t>(i)] = static_cast<unsigned short>(std::min(i, size - 1 - i));
+  for (std::size_t nth :
+       {std::size_t{0}, static_cast<std::size_t>(size / 2), static_cast<std::size_t>(size - 1)}) {
+    ExpectSelected(ascending, nth);
+    ExpectSelected(descending, nth);
+    ExpectSelected(pipe, nth);
   }
 }
 
-TEST(SelectTest, ShortRangesAreFullySorted) {
+INSTANTIATE_TEST_SUITE_P(Select, Size,
+                         ::testing::Values(1, 2, 31, 32, 33, 34, 40, 41, 64, 65, 349, 1000, 6561));
+
+TEST(Select, ShortRangesAreFullySorted) {
   // Up to 32 entries the routine is an insertion sort, so the whole range ends up sorted.
   datagen::Random rng(77);
   for (int size = 1; size <= 32; ++size) {

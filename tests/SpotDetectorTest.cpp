@@ -1,67 +1,36 @@
 // Spot detection: known synthetic spots, every distractor rejected for its own reason, nominal and
-// control modes, the border margin, the filled records and output images, bad input, the order
-// statistics and labelling against straightforward oracles, and the generated ValidationAlgo1
-// frames against their recorded truth.
+// control modes, the border margin, the filled records and output images, bad input, and the
+// footprint labels against a raster-order oracle. The generated ValidationAlgo1 frames are in
+// ValidationAlgoDataTest.cpp.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <opencv2/core.hpp>
-#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "../testdata/generator/Random.h"
 #include "CvErrors.h"
-#include "OmbrixProcessing.h"
+#include "LabellingReference.h"
+#include "ProcessingHelpers.h"
+#include "Random.h"
 #include "SpotDetector.h"
+#include "SpotHelpers.h"
 
 namespace {
 
 using testerrors::ExpectCvError;
+using testprocessing::NoiseImage;
+using testspots::AddSpot;
+using testspots::Detect;
+using testspots::Detector;
+using testspots::MatchOneToOne;
+using testspots::Parameters;
+using testspots::TrueSpot;
 
 using Rejection = CSpotDetector::Rejection;
-
-const std::string kAlgoFolder = std::string(OMBRIX_TEST_DATA_DIR) + "ValidationAlgo1/";
-
-struct TrueSpot {
-  double x, y, sigma, peak;
-};
-
-// Pixel-integrated Gaussian spot whose brightest pixel is `peak` above what was there.
-void AddSpot(cv::Mat& image, const TrueSpot& s) {
-  auto cdf = [](double t) { return 0.5 * std::erfc(-t / std::sqrt(2.0)); };
-  auto fx = [&](int px) {
-    return cdf((px + 0.5 - s.x) / s.sigma) - cdf((px - 0.5 - s.x) / s.sigma);
-  };
-  auto fy = [&](int py) {
-    return cdf((py + 0.5 - s.y) / s.sigma) - cdf((py - 0.5 - s.y) / s.sigma);
-  };
-  const int cx = static_cast<int>(std::lround(s.x));
-  const int cy = static_cast<int>(std::lround(s.y));
-  const double flux = s.peak / (fx(cx) * fy(cy));
-  for (int y = std::max(0, cy - 10); y <= std::min(image.rows - 1, cy + 10); ++y) {
-    for (int x = std::max(0, cx - 10); x <= std::min(image.cols - 1, cx + 10); ++x) {
-      image.at<float>(y, x) += static_cast<float>(flux * fx(x) * fy(y));
-    }
-  }
-}
-
-// Flat background with Gaussian noise from our generator.
-cv::Mat Frame(int rows, int cols, double background, double noise, std::uint64_t seed) {
-  datagen::Random rng(seed);
-  cv::Mat image(rows, cols, CV_32F);
-  for (int y = 0; y < rows; ++y) {
-    for (int x = 0; x < cols; ++x) {
-      image.at<float>(y, x) = static_cast<float>(background + noise * rng.Normal());
-    }
-  }
-  return image;
-}
 
 // A round stain: flat top, soft edge.
 void AddBlotch(cv::Mat& image, double cx, double cy, double radius, double amplitude) {
@@ -87,51 +56,6 @@ void AddLine(cv::Mat& image, double x0, double y0, double x1, double y1, double 
   }
 }
 
-AlgoParameters Parameters(bool nominal) { return CSpotDetector::DefaultParameters(nominal); }
-
-CSpotDetector Detector(const AlgoParameters& p) {
-  CSpotDetector detector;
-  EXPECT_TRUE(detector.Configure(p));
-  return detector;
-}
-
-std::vector<DetectedObject> Detect(const CSpotDetector& detector, const cv::Mat& frame) {
-  std::vector<DetectedObject> objects;
-  cv::Mat labels, mask;
-  detector.Detect(frame, objects, labels, mask, 2, true);
-  return objects;
-}
-
-// True when every spot has exactly one object within 2 px and every object belongs to a spot.
-::testing::AssertionResult MatchOneToOne(const std::vector<TrueSpot>& spots,
-                                         const std::vector<DetectedObject>& objects) {
-  if (spots.size() != objects.size()) {
-    return ::testing::AssertionFailure()
-           << objects.size() << " objects for " << spots.size() << " spots";
-  }
-  std::vector<int> used(objects.size(), 0);
-  for (const TrueSpot& s : spots) {
-    int matches = 0;
-    for (size_t i = 0; i < objects.size(); ++i) {
-      if (std::hypot(objects[i].centroidX - s.x, objects[i].centroidY - s.y) <= 2.0) {
-        ++matches;
-        ++used[i];
-      }
-    }
-    if (matches != 1) {
-      return ::testing::AssertionFailure()
-             << matches << " objects within 2 px of the spot at " << s.x << ", " << s.y;
-    }
-  }
-  for (size_t i = 0; i < used.size(); ++i) {
-    if (used[i] != 1) {
-      return ::testing::AssertionFailure() << "object at " << objects[i].centroidX << ", "
-                                           << objects[i].centroidY << " matches " << used[i];
-    }
-  }
-  return ::testing::AssertionSuccess();
-}
-
 // A 3 x 3 grid of spots with peaks from 300 to 3000 ADU on a 256 x 256 frame.
 std::vector<TrueSpot> GridSpots() {
   std::vector<TrueSpot> spots;
@@ -144,7 +68,7 @@ std::vector<TrueSpot> GridSpots() {
 }
 
 TEST(SpotDetector, FindsKnownSpotsWithinTwoPixels) {
-  cv::Mat frame = Frame(256, 256, 100.0, 10.0, 11);
+  cv::Mat frame = NoiseImage(256, 256, 100.0, 10.0, 11);
   const std::vector<TrueSpot> spots = GridSpots();
   for (const TrueSpot& s : spots) AddSpot(frame, s);
   const std::vector<DetectedObject> objects = Detect(Detector(Parameters(true)), frame);
@@ -160,7 +84,7 @@ TEST(SpotDetector, FindsKnownSpotsWithinTwoPixels) {
 }
 
 TEST(SpotDetector, ObjectFieldsAreFilled) {
-  cv::Mat frame = Frame(128, 128, 100.0, 10.0, 12);
+  cv::Mat frame = NoiseImage(128, 128, 100.0, 10.0, 12);
   const TrueSpot spot{60.4, 70.8, 1.5, 2000.0};
   AddSpot(frame, spot);
   std::vector<DetectedObject> objects;
@@ -199,7 +123,7 @@ TEST(SpotDetector, ObjectFieldsAreFilled) {
 }
 
 TEST(SpotDetector, LabelsAndMaskAgreeWithTheObjects) {
-  cv::Mat frame = Frame(256, 256, 100.0, 10.0, 13);
+  cv::Mat frame = NoiseImage(256, 256, 100.0, 10.0, 13);
   for (const TrueSpot& s : GridSpots()) AddSpot(frame, s);
   std::vector<DetectedObject> objects;
   cv::Mat labels, mask;
@@ -226,7 +150,7 @@ TEST(SpotDetector, LabelsAndMaskAgreeWithTheObjects) {
 }
 
 TEST(SpotDetector, OutputLevelAndContoursFollowTheArguments) {
-  cv::Mat frame = Frame(128, 128, 100.0, 10.0, 14);
+  cv::Mat frame = NoiseImage(128, 128, 100.0, 10.0, 14);
   AddSpot(frame, {64.0, 64.0, 1.5, 1500.0});
   const CSpotDetector detector = Detector(Parameters(true));
   std::vector<DetectedObject> objects(3);
@@ -244,14 +168,14 @@ TEST(SpotDetector, OutputLevelAndContoursFollowTheArguments) {
 
 TEST(SpotDetector, PureNoiseGivesNoObject) {
   for (const std::uint64_t seed : {21u, 22u, 23u}) {
-    const cv::Mat frame = Frame(512, 512, 150.0, 12.0, seed);
+    const cv::Mat frame = NoiseImage(512, 512, 150.0, 12.0, seed);
     EXPECT_TRUE(Detect(Detector(Parameters(true)), frame).empty()) << seed;
   }
 }
 
 // Single hot pixels and a cosmic-ray track: gone with the cosmic-ray step, found without it.
 TEST(SpotDetector, HotPixelsAndCosmicRaysAreRemovedByTheCosmicRayStep) {
-  cv::Mat frame = Frame(200, 200, 100.0, 10.0, 31);
+  cv::Mat frame = NoiseImage(200, 200, 100.0, 10.0, 31);
   frame.at<float>(40, 40) += 3000.0f;
   frame.at<float>(40, 150) += 800.0f;
   frame.at<float>(150, 60) += 20000.0f;
@@ -271,18 +195,8 @@ TEST(SpotDetector, HotPixelsAndCosmicRaysAreRemovedByTheCosmicRayStep) {
   EXPECT_EQ(stats.cosmicRayHits, 0);
 }
 
-TEST(SpotDetector, TheCosmicRayStepLeavesSpotsUntouched) {
-  cv::Mat frame = Frame(256, 256, 100.0, 10.0, 32);
-  for (const TrueSpot& s : GridSpots()) AddSpot(frame, s);
-  double background = 0.0, noise = 0.0;
-  CSpotDetector::RobustStatistics(frame, background, noise);
-  cv::Mat cleaned;
-  EXPECT_EQ(CSpotDetector::RemoveCosmicRays(frame, background, 3, 100, cleaned), 0);
-  EXPECT_EQ(cv::countNonZero(cleaned != frame), 0);
-}
-
 TEST(SpotDetector, BlotchIsRejectedForItsArea) {
-  cv::Mat frame = Frame(200, 200, 100.0, 10.0, 41);
+  cv::Mat frame = NoiseImage(200, 200, 100.0, 10.0, 41);
   AddBlotch(frame, 100.0, 100.0, 20.0, 1000.0);
   cv::Mat footprint;
   CSpotDetector detector = Detector(Parameters(false));
@@ -298,7 +212,7 @@ TEST(SpotDetector, BlotchIsRejectedForItsArea) {
 }
 
 TEST(SpotDetector, ScratchIsRejectedForItsShape) {
-  cv::Mat frame = Frame(200, 200, 100.0, 10.0, 42);
+  cv::Mat frame = NoiseImage(200, 200, 100.0, 10.0, 42);
   AddLine(frame, 80.0, 94.0, 122.0, 106.0, 2.5, 900.0);
   cv::Mat footprint;
   CSpotDetector detector = Detector(Parameters(false));
@@ -314,7 +228,7 @@ TEST(SpotDetector, ScratchIsRejectedForItsShape) {
 }
 
 TEST(SpotDetector, SpotsWithinTheBorderMarginAreRejected) {
-  cv::Mat frame = Frame(128, 128, 100.0, 10.0, 43);
+  cv::Mat frame = NoiseImage(128, 128, 100.0, 10.0, 43);
   AddSpot(frame, {7.2, 64.0, 1.5, 2000.0});    // its footprint reaches the margin
   AddSpot(frame, {64.0, 120.5, 1.5, 2000.0});  // so does this one, at the bottom
   AddSpot(frame, {40.0, 40.0, 1.5, 2000.0});
@@ -352,7 +266,7 @@ TEST(SpotDetector, FootprintsBelowTheMinimumRadiusAreRejected) {
 }
 
 TEST(SpotDetector, NominalModeCountsFaintSpotsControlModeOnlyBrightOnes) {
-  cv::Mat frame = Frame(256, 256, 100.0, 10.0, 51);
+  cv::Mat frame = NoiseImage(256, 256, 100.0, 10.0, 51);
   std::vector<TrueSpot> bright, all;
   for (int i = 0; i < 9; ++i) {
     const bool isBright = i % 3 == 0;
@@ -375,7 +289,7 @@ TEST(SpotDetector, NominalModeCountsFaintSpotsControlModeOnlyBrightOnes) {
 TEST(SpotDetector, ControlPeakIsMeasuredAboveTheBackground) {
   // The same spot on two pedestals: the verdict must not depend on the pedestal.
   for (const double pedestal : {0.0, 5000.0}) {
-    cv::Mat frame = Frame(128, 128, pedestal, 10.0, 52);
+    cv::Mat frame = NoiseImage(128, 128, pedestal, 10.0, 52);
     AddSpot(frame, {64.0, 64.0, 1.5, 700.0});
     EXPECT_TRUE(Detect(Detector(Parameters(false)), frame).empty()) << pedestal;
     EXPECT_EQ(Detect(Detector(Parameters(true)), frame).size(), 1u) << pedestal;
@@ -383,7 +297,7 @@ TEST(SpotDetector, ControlPeakIsMeasuredAboveTheBackground) {
 }
 
 TEST(SpotDetector, SegmentationModeReportsEveryFootprint) {
-  cv::Mat frame = Frame(256, 256, 100.0, 10.0, 53);
+  cv::Mat frame = NoiseImage(256, 256, 100.0, 10.0, 53);
   AddBlotch(frame, 70.0, 70.0, 20.0, 1000.0);
   AddLine(frame, 150.0, 180.0, 200.0, 190.0, 2.5, 900.0);
   AddSpot(frame, {190.0, 60.0, 1.5, 500.0});
@@ -449,7 +363,7 @@ TEST(SpotDetector, BadFramesRaiseOpenCvErrors) {
 }
 
 TEST(SpotDetector, SixteenBitFramesAreDetectedLikeFloatOnes) {
-  cv::Mat frame = Frame(256, 256, 1000.0, 10.0, 54);
+  cv::Mat frame = NoiseImage(256, 256, 1000.0, 10.0, 54);
   for (const TrueSpot& s : GridSpots()) AddSpot(frame, s);
   cv::Mat rounded, frame16;
   frame.convertTo(frame16, CV_16U);
@@ -465,195 +379,55 @@ TEST(SpotDetector, SixteenBitFramesAreDetectedLikeFloatOnes) {
   }
 }
 
-// Oracle: sort and pick.
-TEST(SpotDetector, RobustStatisticsAreExactOrderStatistics) {
-  datagen::Random rng(61);
-  for (int trial = 0; trial < 20; ++trial) {
-    const int rows = rng.Int(1, 30), cols = rng.Int(1, 30);
-    cv::Mat frame(rows, cols, CV_32F);
-    std::vector<double> values;
-    for (int y = 0; y < rows; ++y) {
-      for (int x = 0; x < cols; ++x) {
-        // Integer samples with ties, as sensor frames have.
-        frame.at<float>(y, x) = static_cast<float>(std::round(50.0 * rng.Normal()));
-        values.push_back(frame.at<float>(y, x));
-      }
-    }
-    auto median = [](std::vector<double> v) {
-      std::sort(v.begin(), v.end());
-      const size_t n = v.size();
-      return n % 2 ? v[n / 2] : 0.5 * (v[n / 2 - 1] + v[n / 2]);
-    };
-    const double m = median(values);
-    std::vector<double> deviations;
-    for (const double v : values) deviations.push_back(std::abs(v - m));
-    double gotMedian = 0.0, gotNoise = 0.0;
-    CSpotDetector::RobustStatistics(frame, gotMedian, gotNoise);
-    EXPECT_EQ(gotMedian, m);
-    EXPECT_NEAR(gotNoise, 1.4826 * median(deviations), 1e-9);
-  }
-}
-
-// Oracle: cv::connectedComponents gives the same partition of the thresholded samples.
-TEST(SpotDetector, FootprintsAreTheEightConnectedComponents) {
+// Oracle: a raster-order flood fill. The footprints are its components with its numbering, and
+// the object records measure exactly those samples.
+TEST(SpotDetector, FootprintsAreTheEightConnectedComponentsInRasterOrder) {
   datagen::Random rng(62);
   for (int trial = 0; trial < 5; ++trial) {
-    cv::Mat frame = Frame(128, 128, 100.0, 10.0, 100 + trial);
+    cv::Mat frame = NoiseImage(128, 128, 100.0, 10.0, 100 + trial);
     for (int i = 0; i < 12; ++i) {
       AddSpot(frame, {rng.Uniform(10.0, 118.0), rng.Uniform(10.0, 118.0), rng.Uniform(1.2, 2.5),
                       rng.Uniform(200.0, 3000.0)});
     }
     CSpotDetector detector = Detector(Parameters(true));
     detector.SetMode(CSpotDetector::kModeSegmentation);
-    cv::Mat footprint, reference;
+    cv::Mat footprint;
     const auto candidates = detector.Segment(frame, footprint);
-    const int count = cv::connectedComponents(footprint > 0, reference, 8, CV_32S);
-    ASSERT_EQ(static_cast<int>(candidates.size()), count - 1);
-    // Same partition: the pairing of labels is one-to-one.
-    std::vector<int> pair(candidates.size() + 1, -1);
-    for (int y = 0; y < footprint.rows; ++y) {
-      for (int x = 0; x < footprint.cols; ++x) {
-        const int a = footprint.at<int>(y, x), b = reference.at<int>(y, x);
-        ASSERT_EQ(a == 0, b == 0);
-        if (a == 0) continue;
-        if (pair[a] < 0) pair[a] = b;
-        ASSERT_EQ(pair[a], b);
+    const cv::Mat reference = oracle::RasterLabels(footprint > 0);
+    ASSERT_EQ(cv::countNonZero(footprint != reference), 0) << "trial " << trial;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+      const cv::Mat member = footprint == static_cast<int>(i) + 1;
+      EXPECT_EQ(candidates[i].object.area, cv::countNonZero(member));
+      EXPECT_EQ(cv::Rect(candidates[i].object.boxX, candidates[i].object.boxY,
+                         candidates[i].object.boxWidth, candidates[i].object.boxHeight),
+                cv::boundingRect(member));
+    }
+  }
+}
+
+// Why the labelling names Wu's algorithm: OpenCV's default for 8-connectivity scans blocks of two
+// rows, so a component starting on the lower row of a block can be numbered before one starting
+// further right on its upper row; Wu's scan numbers components in raster order of their first
+// sample, which the objects' order and labels promise.
+TEST(SpotDetector, WuLabellingIsRasterOrderWhereTheDefaultIsNot) {
+  datagen::Random rng(63);
+  int defaultDiffers = 0;
+  for (int trial = 0; trial < 20; ++trial) {
+    cv::Mat binary(rng.Int(2, 60), rng.Int(2, 60), CV_8U);
+    const double density = rng.Uniform(0.05, 0.5);
+    for (int y = 0; y < binary.rows; ++y) {
+      for (int x = 0; x < binary.cols; ++x) {
+        binary.at<uchar>(y, x) = rng.Uniform() < density ? 255 : 0;
       }
     }
-    for (size_t i = 0; i < candidates.size(); ++i) {
-      EXPECT_EQ(candidates[i].object.area, cv::countNonZero(footprint == static_cast<int>(i) + 1));
-    }
+    const cv::Mat reference = oracle::RasterLabels(binary);
+    cv::Mat wu, byDefault, stats, centroids;
+    cv::connectedComponentsWithStats(binary, wu, stats, centroids, 8, CV_32S, cv::CCL_WU);
+    cv::connectedComponentsWithStats(binary, byDefault, stats, centroids, 8, CV_32S);
+    EXPECT_EQ(cv::countNonZero(wu != reference), 0) << "trial " << trial;
+    defaultDiffers += cv::countNonZero(byDefault != reference) > 0;
   }
-}
-
-// ---- The generated validation frames against their recorded truth ----
-
-struct Truth {
-  std::vector<TrueSpot> spots;
-  int distractors = 0;
-};
-
-Truth ReadTruth(const std::string& name) {
-  Truth truth;
-  std::ifstream file(kAlgoFolder + "Truth_" + name + ".txt");
-  EXPECT_TRUE(file.good()) << name;
-  std::string line;
-  while (std::getline(file, line)) {
-    std::istringstream s(line);
-    std::string kind;
-    s >> kind;
-    if (kind == "spot") {
-      TrueSpot spot{};
-      double flux = 0.0;
-      s >> spot.x >> spot.y >> spot.sigma >> flux >> spot.peak;
-      truth.spots.push_back(spot);
-    } else if (kind == "blotch" || kind == "scratch" || kind == "hot" || kind == "cosmic") {
-      ++truth.distractors;
-    }
-  }
-  return truth;
-}
-
-// The frame as the plug-in processes it at 150 s: raw minus the long master dark.
-cv::Mat Processed(const std::string& name) {
-  const cv::Mat raw = cv::imread(kAlgoFolder + name + ".tif", cv::IMREAD_UNCHANGED);
-  const cv::Mat dark = cv::imread(kAlgoFolder + "Black_150s.tif", cv::IMREAD_UNCHANGED);
-  EXPECT_FALSE(raw.empty() || dark.empty()) << name;
-  cv::Mat a, b;
-  raw.convertTo(a, CV_32F);
-  dark.convertTo(b, CV_32F);
-  return a - b;
-}
-
-std::vector<TrueSpot> BrighterThan(const std::vector<TrueSpot>& spots, double peak) {
-  std::vector<TrueSpot> out;
-  for (const TrueSpot& s : spots) {
-    if (s.peak > peak) out.push_back(s);
-  }
-  return out;
-}
-
-TEST(ValidationAlgo1, PtcNominalFindsExactlyTheTrueSpots) {
-  const Truth truth = ReadTruth("PTC");
-  ASSERT_EQ(truth.spots.size(), 117u);
-  EXPECT_GT(truth.distractors, 20);
-  EXPECT_TRUE(MatchOneToOne(truth.spots, Detect(Detector(Parameters(true)), Processed("PTC"))));
-}
-
-TEST(ValidationAlgo1, PtcControlFindsExactlyTheSpotsPeakingAbove800) {
-  const Truth truth = ReadTruth("PTC");
-  const std::vector<TrueSpot> bright = BrighterThan(truth.spots, 800.0);
-  EXPECT_GE(bright.size(), 19u);
-  EXPECT_LT(bright.size(), truth.spots.size());
-  EXPECT_TRUE(MatchOneToOne(bright, Detect(Detector(Parameters(false)), Processed("PTC"))));
-}
-
-TEST(ValidationAlgo1, PtcDistractorsAreEachRejectedForTheirReason) {
-  const cv::Mat frame = Processed("PTC_NEG");
-  cv::Mat footprint;
-  for (const bool nominal : {true, false}) {
-    const auto candidates = Detector(Parameters(nominal)).Segment(frame, footprint);
-    // The stain and the scratch survive the cosmic-ray step; hot pixels and cosmic rays do not.
-    ASSERT_EQ(candidates.size(), 2u);
-    int large = 0, notRound = 0;
-    for (const auto& c : candidates) {
-      large += c.rejection == Rejection::kTooLarge;
-      notRound += c.rejection == Rejection::kNotRound;
-      EXPECT_GT(c.object.peak, 800);  // the peak test alone would not reject them
-    }
-    EXPECT_EQ(large, 1);
-    EXPECT_EQ(notRound, 1);
-  }
-}
-
-// The hits of the frames are real distractors: without the cosmic-ray step they become objects.
-TEST(ValidationAlgo1, HotPixelsAndCosmicRaysNeedTheCosmicRayStep) {
-  AlgoParameters p = Parameters(true);
-  p.cosmicRayRadius = 0;
-  EXPECT_GT(Detect(Detector(p), Processed("PTC_NEG")).size(), 5u);
-  EXPECT_FALSE(Detect(Detector(p), Processed("Image_1")).empty());
-  EXPECT_GT(Detect(Detector(p), Processed("PTC")).size(), 117u);
-}
-
-TEST(ValidationAlgo1, NegativeControlAndEmptyFieldGiveNothing) {
-  EXPECT_TRUE(ReadTruth("PTC_NEG").spots.empty());
-  EXPECT_TRUE(ReadTruth("Image_1").spots.empty());
-  for (const bool nominal : {true, false}) {
-    EXPECT_TRUE(Detect(Detector(Parameters(nominal)), Processed("PTC_NEG")).empty());
-    EXPECT_TRUE(Detect(Detector(Parameters(nominal)), Processed("Image_1")).empty());
-  }
-}
-
-TEST(ValidationAlgo1, LowExposureSpotsAreFoundButAllBelowTheControlPeak) {
-  const Truth truth = ReadTruth("LowExposure");
-  ASSERT_FALSE(truth.spots.empty());
-  EXPECT_TRUE(BrighterThan(truth.spots, 800.0).empty());
-  const cv::Mat frame = Processed("LowExposure");
-  EXPECT_TRUE(MatchOneToOne(truth.spots, Detect(Detector(Parameters(true)), frame)));
-  EXPECT_TRUE(Detect(Detector(Parameters(false)), frame).empty());
-}
-
-// The plug-in object's detection sequence on the same data, as the scenarios drive it.
-TEST(ValidationAlgo1, PluginDetectionSequenceMatchesTheTruth) {
-  const Truth truth = ReadTruth("PTC");
-  for (const bool nominal : {true, false}) {
-    COmbrixProcessing plugin;
-    plugin.SetAlgoParameters(Parameters(nominal));
-    ASSERT_TRUE(
-        plugin.LoadDarkFrames(kAlgoFolder + "Black_150s.tif", kAlgoFolder + "Black_1s.tif", ""));
-    plugin.BeginImage();
-    ExposedImage frame;
-    frame.image = cv::imread(kAlgoFolder + "PTC.tif", cv::IMREAD_UNCHANGED);
-    frame.exposure = 150.0f;
-    plugin.PushImage(frame);
-    plugin.SetAlgorithmMode(2);
-    std::vector<DetectedObject> objects;
-    cv::Mat labels, mask;
-    plugin.DetectObjects(objects, labels, mask, 2, true);
-    const std::vector<TrueSpot> expected = nominal ? truth.spots : BrighterThan(truth.spots, 800.0);
-    EXPECT_TRUE(MatchOneToOne(expected, objects)) << nominal;
-    EXPECT_EQ(cv::countNonZero(mask), cv::countNonZero(labels));
-  }
+  EXPECT_GT(defaultDiffers, 0);
 }
 
 }  // namespace

@@ -8,22 +8,10 @@
 #include <opencv2/imgproc.hpp>
 #include <vector>
 
+#include "MtfChart.h"
 #include "mtf/TargetDetection.h"
 
 namespace {
-
-// Corners of a square of the given side centred at c and turned by `degrees`.
-std::vector<cv::Point2d> TiltedSquare(cv::Point2d c, double side, double degrees) {
-  const double t = degrees * CV_PI / 180.0;
-  std::vector<cv::Point2d> corners;
-  for (const cv::Point2d q :
-       {cv::Point2d(-1, -1), cv::Point2d(1, -1), cv::Point2d(1, 1), cv::Point2d(-1, 1)}) {
-    const cv::Point2d h = q * (side / 2);
-    corners.emplace_back(c.x + h.x * std::cos(t) - h.y * std::sin(t),
-                         c.y + h.x * std::sin(t) + h.y * std::cos(t));
-  }
-  return corners;
-}
 
 // Fills the polygon with sub-pixel accurate vertices (8 fractional bits).
 void Fill(cv::Mat& image, const std::vector<cv::Point2d>& polygon, double value,
@@ -72,9 +60,9 @@ cv::Mat WhiteChart(int rows, int cols, int type = CV_8UC1, double white = 230.0)
   return cv::Mat(rows, cols, type, cv::Scalar::all(white));
 }
 
-TEST(DetectTargets, FindsATiltedSquareInInputPixels) {
+TEST(TargetDetection, FindsATiltedSquareInInputPixels) {
   cv::Mat chart = WhiteChart(600, 800);
-  const std::vector<cv::Point2d> square = TiltedSquare({400, 300}, 200, 6.0);
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({400, 300}, 200, 6.0);
   Fill(chart, square, 30.0);
   TargetDetectionSettings settings = AllTilts();
   std::vector<ContourRecord> targets;
@@ -87,19 +75,19 @@ TEST(DetectTargets, FindsATiltedSquareInInputPixels) {
   EXPECT_EQ(settings.scale, 1.0);
 }
 
-TEST(DetectTargets, EightBitGreyIsUsedAsItIs) {
+TEST(TargetDetection, EightBitGreyIsUsedAsItIs) {
   // A step of 6 grey levels gives Canny gradients below 30: nothing is found unless the image is
   // stretched, and an 8-bit grey image is not.
   cv::Mat chart = WhiteChart(400, 400, CV_8UC1, 106.0);
-  Fill(chart, TiltedSquare({200, 200}, 150, 5.0), 100.0);
+  Fill(chart, datagen::SquareCorners({200, 200}, 150, 5.0), 100.0);
   TargetDetectionSettings settings = AllTilts();
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, chart);
   EXPECT_TRUE(targets.empty());
 }
 
-TEST(DetectTargets, SixteenBitAndFloatImagesAreStretchedFirst) {
-  const std::vector<cv::Point2d> square = TiltedSquare({200, 200}, 150, 5.0);
+TEST(TargetDetection, SixteenBitAndFloatImagesAreStretchedFirst) {
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({200, 200}, 150, 5.0);
   cv::Mat wide = WhiteChart(400, 400, CV_16UC1, 1006.0);
   Fill(wide, square, 1000.0);
   cv::Mat real = WhiteChart(400, 400, CV_32FC1, 0.53);
@@ -113,11 +101,11 @@ TEST(DetectTargets, SixteenBitAndFloatImagesAreStretchedFirst) {
   }
 }
 
-TEST(DetectTargets, ColourImagesAreReadAsBgr) {
+TEST(TargetDetection, ColourImagesAreReadAsBgr) {
   // Blue 200 on green 102: the same grey (about 60) when the channels are read as RGB, a clear
   // step (23 against 60) when read as BGR.
   cv::Mat chart(400, 400, CV_8UC3, cv::Scalar(0, 102, 0));
-  const std::vector<cv::Point2d> square = TiltedSquare({200, 200}, 150, 5.0);
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({200, 200}, 150, 5.0);
   cv::Mat mask = cv::Mat::zeros(400, 400, CV_8UC1);
   Fill(mask, square, 255.0, cv::LINE_8);
   chart.setTo(cv::Scalar(200, 0, 0), mask);
@@ -134,7 +122,7 @@ TEST(DetectTargets, ColourImagesAreReadAsBgr) {
   EXPECT_LT(CornerError(targets[0], square), 3.0);
 }
 
-TEST(DetectTargets, AutomaticWorkingSizeOfA2048By1536Image) {
+TEST(TargetDetection, AutomaticWorkingSizeOfA2048By1536Image) {
   // With plain retrieval a white image has one contour, its own border, which shows the working
   // size: k = 585, scale = 2048 / 585, 585 x 439 pixels.
   const cv::Mat white(1536, 2048, CV_8UC1, cv::Scalar(255));
@@ -154,7 +142,7 @@ TEST(DetectTargets, AutomaticWorkingSizeOfA2048By1536Image) {
             (std::vector<cv::Point>{{0, 0}, {0, 1533}, {2044, 0}, {2044, 1533}}));
 }
 
-TEST(DetectTargets, PositiveWorkingSizeBoundsTheLargerSide) {
+TEST(TargetDetection, PositiveWorkingSizeBoundsTheLargerSide) {
   const cv::Mat white(300, 1000, CV_8UC1, cv::Scalar(255));
   TargetDetectionSettings settings = AllTilts();
   settings.workingSize = 400;
@@ -171,9 +159,9 @@ TEST(DetectTargets, PositiveWorkingSizeBoundsTheLargerSide) {
             (std::vector<cv::Point>{{0, 0}, {0, 119}, {399, 0}, {399, 119}}));
 }
 
-TEST(DetectTargets, WorkingSizeAboveBothSidesKeepsTheOldScale) {
+TEST(TargetDetection, WorkingSizeAboveBothSidesKeepsTheOldScale) {
   cv::Mat chart = WhiteChart(600, 800);
-  const std::vector<cv::Point2d> square = TiltedSquare({300, 300}, 160, 5.0);
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({300, 300}, 160, 5.0);
   Fill(chart, square, 30.0);
   TargetDetectionSettings settings = AllTilts();
   settings.workingSize = 1000;
@@ -194,7 +182,7 @@ TEST(DetectTargets, WorkingSizeAboveBothSidesKeepsTheOldScale) {
   }
 }
 
-TEST(DetectTargets, NegativeWorkingSizeNeverResizesAndRoundsHalvesAwayFromZero) {
+TEST(TargetDetection, NegativeWorkingSizeNeverResizesAndRoundsHalvesAwayFromZero) {
   cv::Mat binary = cv::Mat::zeros(200, 200, CV_8UC1);
   cv::rectangle(binary, cv::Rect(1, 3, 99, 81), cv::Scalar(255), cv::FILLED);
   TargetDetectionSettings settings = AllTilts();
@@ -211,7 +199,7 @@ TEST(DetectTargets, NegativeWorkingSizeNeverResizesAndRoundsHalvesAwayFromZero) 
             (std::vector<cv::Point>{{3, 8}, {3, 208}, {248, 8}, {248, 208}}));
 }
 
-TEST(DetectTargets, ZeroCannyThresholdHandsTheGreyImageToRetrieval) {
+TEST(TargetDetection, ZeroCannyThresholdHandsTheGreyImageToRetrieval) {
   cv::Mat binary = cv::Mat::zeros(300, 300, CV_8UC1);
   cv::rectangle(binary, cv::Rect(50, 60, 150, 140), cv::Scalar(255), cv::FILLED);
   for (const bool lowZero : {true, false}) {
@@ -235,9 +223,9 @@ TEST(DetectTargets, ZeroCannyThresholdHandsTheGreyImageToRetrieval) {
   EXPECT_EQ(targets.size(), 1u);
 }
 
-TEST(DetectTargets, ThirtyDegreeSquarePassesOnlyInsideTheAngleLimits) {
+TEST(TargetDetection, ThirtyDegreeSquarePassesOnlyInsideTheAngleLimits) {
   cv::Mat chart = WhiteChart(800, 800);
-  Fill(chart, TiltedSquare({400, 400}, 250, 30.0), 30.0);
+  Fill(chart, datagen::SquareCorners({400, 400}, 250, 30.0), 30.0);
   std::vector<ContourRecord> targets;
 
   TargetDetectionSettings all = AllTilts();
@@ -261,12 +249,12 @@ TEST(DetectTargets, ThirtyDegreeSquarePassesOnlyInsideTheAngleLimits) {
   EXPECT_TRUE(targets.empty());
 }
 
-TEST(DetectTargets, TargetWithBothBordersSurvivingIsReportedOnce) {
+TEST(TargetDetection, TargetWithBothBordersSurvivingIsReportedOnce) {
   // A dark frame around a lighter square: the frame's outer border and the inner square's border
   // are both squares of useful size.
   cv::Mat chart = WhiteChart(800, 800);
-  const std::vector<cv::Point2d> outer = TiltedSquare({400, 400}, 360, 5.0);
-  const std::vector<cv::Point2d> inner = TiltedSquare({400, 400}, 200, 5.0);
+  const std::vector<cv::Point2d> outer = datagen::SquareCorners({400, 400}, 360, 5.0);
+  const std::vector<cv::Point2d> inner = datagen::SquareCorners({400, 400}, 200, 5.0);
   Fill(chart, outer, 30.0);
   Fill(chart, inner, 150.0);
   TargetDetectionSettings settings = AllTilts();
@@ -285,21 +273,21 @@ TEST(DetectTargets, TargetWithBothBordersSurvivingIsReportedOnce) {
   EXPECT_TRUE(sawInner);
 }
 
-TEST(DetectTargets, SmallSquaresAndOtherShapesAreRejected) {
+TEST(TargetDetection, SmallSquaresAndOtherShapesAreRejected) {
   cv::Mat chart = WhiteChart(900, 1200);
-  Fill(chart, TiltedSquare({200, 200}, 28, 5.0), 30.0);  // area 784 < 1000
+  Fill(chart, datagen::SquareCorners({200, 200}, 28, 5.0), 30.0);  // area 784 < 1000
   cv::circle(chart, {500, 200}, 90, cv::Scalar(30), cv::FILLED, cv::LINE_AA);
   Fill(chart, {{800, 120}, {1000, 120}, {900, 300}}, 30.0);             // triangle
   Fill(chart, {{150, 500}, {450, 520}, {443, 640}, {143, 620}}, 30.0);  // aspect 0.4
-  Fill(chart, TiltedSquare({800, 600}, 220, 4.0), 30.0);                // the target
+  Fill(chart, datagen::SquareCorners({800, 600}, 220, 4.0), 30.0);      // the target
   TargetDetectionSettings settings = AllTilts();
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, chart);
   ASSERT_EQ(targets.size(), 1u);
-  EXPECT_LT(CornerError(targets[0], TiltedSquare({800, 600}, 220, 4.0)), 3.0);
+  EXPECT_LT(CornerError(targets[0], datagen::SquareCorners({800, 600}, 220, 4.0)), 3.0);
 }
 
-TEST(DetectTargets, NoTargetIsAnEmptyResult) {
+TEST(TargetDetection, NoTargetIsAnEmptyResult) {
   TargetDetectionSettings settings;
   std::vector<ContourRecord> targets(3);
   DetectTargets(settings, targets, WhiteChart(300, 300));
@@ -307,9 +295,9 @@ TEST(DetectTargets, NoTargetIsAnEmptyResult) {
   EXPECT_TRUE(settings.contours.candidates.empty());
 }
 
-TEST(DetectTargets, EachRunStartsFromEmptyLists) {
+TEST(TargetDetection, EachRunStartsFromEmptyLists) {
   cv::Mat chart = WhiteChart(600, 800);
-  Fill(chart, TiltedSquare({400, 300}, 200, 6.0), 30.0);
+  Fill(chart, datagen::SquareCorners({400, 300}, 200, 6.0), 30.0);
   TargetDetectionSettings settings = AllTilts();
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, chart);
@@ -321,7 +309,7 @@ TEST(DetectTargets, EachRunStartsFromEmptyLists) {
   EXPECT_EQ(targets.size(), 1u);
 }
 
-TEST(DetectTargets, OpenCvErrorsPassToTheCaller) {
+TEST(TargetDetection, OpenCvErrorsPassToTheCaller) {
   TargetDetectionSettings settings;
   std::vector<ContourRecord> targets;
   // Two channels are no colour image for cv::cvtColor.
@@ -333,7 +321,7 @@ TEST(DetectTargets, OpenCvErrorsPassToTheCaller) {
   }
 }
 
-TEST(DetectTargets, EmptyImageGivesNoTargets) {
+TEST(TargetDetection, EmptyImageGivesNoTargets) {
   // OpenCV 4.6's Canny and contour retrieval accept an empty image and find nothing.
   TargetDetectionSettings settings;
   std::vector<ContourRecord> targets(2);
@@ -342,7 +330,7 @@ TEST(DetectTargets, EmptyImageGivesNoTargets) {
   EXPECT_EQ(settings.scale, 1.0);
 }
 
-TEST(DetectTargets, AutomaticWorkingSizeRefusesImagesBelowFourPixels) {
+TEST(TargetDetection, AutomaticWorkingSizeRefusesImagesBelowFourPixels) {
   // k = big / 3.5 would be 0 and the scale undefined.
   TargetDetectionSettings settings;
   settings.workingSize = 0;

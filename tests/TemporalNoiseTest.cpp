@@ -18,8 +18,9 @@
 #include <thread>
 #include <vector>
 
-#include "../testdata/generator/Random.h"
-#include "../testdata/generator/TemporalNoiseModel.h"
+#include "Random.h"
+#include "TemporalNoiseModel.h"
+#include "TemporalNoiseReference.h"
 #include "stack/TemporalNoise.h"
 
 namespace {
@@ -330,10 +331,10 @@ TEST(TemporalNoise, ComputeEqualsTheStraightforwardLoopOnRandomData) {
     CTemporalNoise noise;
     for (int k = 0; k < frames; ++k) noise.AddImage(RandomFrame(random, rows, cols, 0, 65535));
     const CTemporalNoise::Statistic deviation = BoundStandardDeviation(noise);
-    EXPECT_TRUE(BitwiseEqual(noise.Compute(deviation), noise.ComputeReference(deviation)))
+    EXPECT_TRUE(BitwiseEqual(noise.Compute(deviation), oracle::TemporalNoise(noise, deviation)))
         << rows << " x " << cols << " x " << frames;
     for (const auto& statistic : mutating) {
-      EXPECT_TRUE(BitwiseEqual(noise.Compute(statistic), noise.ComputeReference(statistic)))
+      EXPECT_TRUE(BitwiseEqual(noise.Compute(statistic), oracle::TemporalNoise(noise, statistic)))
           << rows << " x " << cols << " x " << frames;
     }
   }
@@ -347,7 +348,7 @@ TEST(TemporalNoise, EmptyStatisticEndsTheProcessFromAWorker) {
   noise.AddImage(cv::Mat(3, 3, CV_16U, cv::Scalar(2)));
   EXPECT_DEATH(noise.Compute(CTemporalNoise::Statistic()), "");
   // The straightforward loop calls on the caller's thread, where the exception can be caught.
-  EXPECT_THROW(noise.ComputeReference(CTemporalNoise::Statistic()), std::bad_function_call);
+  EXPECT_THROW(oracle::TemporalNoise(noise, CTemporalNoise::Statistic()), std::bad_function_call);
 }
 
 TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
@@ -357,7 +358,7 @@ TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
   signed16.AddImage(cv::Mat(3, 3, CV_16S, cv::Scalar(7)));
   const cv::Mat raw = signed16.Compute(first);
   EXPECT_EQ(raw.at<float>(1, 1), 65534.0f);  // the raw bits of -2
-  EXPECT_TRUE(BitwiseEqual(raw, signed16.ComputeReference(first)));
+  EXPECT_TRUE(BitwiseEqual(raw, oracle::TemporalNoise(signed16, first)));
 
   CTemporalNoise bytes;
   bytes.AddImage(cv::Mat(3, 3, CV_8U, cv::Scalar(1)));
@@ -365,7 +366,7 @@ TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
   bytes.AddImage(cv::Mat(3, 3, CV_8U, cv::Scalar(3)));
   const cv::Mat deviation = bytes.Compute(BoundStandardDeviation(bytes));
   EXPECT_EQ(cv::countNonZero(deviation != 1.0f), 0);
-  EXPECT_TRUE(BitwiseEqual(deviation, bytes.ComputeReference(BoundStandardDeviation(bytes))));
+  EXPECT_TRUE(BitwiseEqual(deviation, oracle::TemporalNoise(bytes, BoundStandardDeviation(bytes))));
 
   CTemporalNoise floats;
   floats.AddImage(cv::Mat(3, 3, CV_32F, cv::Scalar(-5.0)));
@@ -373,7 +374,7 @@ TEST(TemporalNoise, OtherDepthsAreHandedOverAsSixteenBitValues) {
   const auto sum = [](Values& values) { return static_cast<float>(values[0] + values[1]); };
   const cv::Mat saturated = floats.Compute(sum);
   EXPECT_EQ(saturated.at<float>(2, 2), 65535.0f);  // 0 + 65535
-  EXPECT_TRUE(BitwiseEqual(saturated, floats.ComputeReference(sum)));
+  EXPECT_TRUE(BitwiseEqual(saturated, oracle::TemporalNoise(floats, sum)));
 }
 
 TEST(TemporalNoise, ReferenceLoopComputesThePerPixelStatistic) {
@@ -381,7 +382,7 @@ TEST(TemporalNoise, ReferenceLoopComputesThePerPixelStatistic) {
   datagen::Random random(99);
   CTemporalNoise noise;
   for (int k = 0; k < 6; ++k) noise.AddImage(RandomFrame(random, 5, 8, 0, 300));
-  const cv::Mat reference = noise.ComputeReference(BoundStandardDeviation(noise));
+  const cv::Mat reference = oracle::TemporalNoise(noise, BoundStandardDeviation(noise));
   for (int p = 0; p < 40; ++p) {
     Values values;
     for (const cv::Mat& frame : noise.Images()) {

@@ -90,7 +90,7 @@ cv::Mat Structures(const CWavelet& wavelet, float k, const cv::Mat& mask,
   return out;
 }
 
-TEST(WaveletDecompose, MakesSevenSigned16BitLevels) {
+TEST(Wavelet, DecomposeMakesSevenSigned16BitLevels) {
   CWavelet wavelet(kB3, 4.0f);
   const cv::Mat src = Scene(64, 80, 1);
   wavelet.Decompose(src, 0, cv::Mat());
@@ -105,7 +105,7 @@ TEST(WaveletDecompose, MakesSevenSigned16BitLevels) {
   EXPECT_EQ(wavelet.Kernel(), kB3);
 }
 
-TEST(WaveletDecompose, PlanesAreDeepCopies) {
+TEST(Wavelet, DecomposePlanesAreDeepCopies) {
   CWavelet wavelet(kB3, 4.0f);
   wavelet.Decompose(Scene(48, 48, 2), 0, cv::Mat());
   for (int i = 0; i < 7; ++i) {
@@ -116,7 +116,7 @@ TEST(WaveletDecompose, PlanesAreDeepCopies) {
   }
 }
 
-TEST(WaveletDecompose, SmoothingDilatesTheKernelAtEveryLevel) {
+TEST(Wavelet, DecomposeSmoothingDilatesTheKernelAtEveryLevel) {
   // Each level checked from the library's previous smooth, so differences cannot accumulate.
   CWavelet wavelet(kB3, 4.0f);
   const cv::Mat src = RandomIntegers(200, 210, CV_16UC1, 3, 0, 12000);
@@ -133,7 +133,7 @@ TEST(WaveletDecompose, SmoothingDilatesTheKernelAtEveryLevel) {
   }
 }
 
-TEST(WaveletDecompose, DetailsPlusLastSmoothReconstructTheImage) {
+TEST(Wavelet, DecomposeDetailsPlusLastSmoothReconstructTheImage) {
   CWavelet wavelet(kB3, 4.0f);
   const cv::Mat src = RandomIntegers(90, 70, CV_16UC1, 4, 0, 20000);
   wavelet.Decompose(src, 0, cv::Mat());
@@ -145,7 +145,7 @@ TEST(WaveletDecompose, DetailsPlusLastSmoothReconstructTheImage) {
   EXPECT_TRUE(ImagesEqual(sum, expected));
 }
 
-TEST(WaveletDecompose, DetailsAndTheFirstInputSaturateInSigned16Bit) {
+TEST(Wavelet, DecomposeDetailsAndTheFirstInputSaturateInSigned16Bit) {
   CWavelet wavelet(kB3, 4.0f);
   cv::Mat src = cv::Mat::zeros(32, 32, CV_16UC1);
   src.at<unsigned short>(16, 16) = 60000;
@@ -155,7 +155,7 @@ TEST(WaveletDecompose, DetailsAndTheFirstInputSaturateInSigned16Bit) {
   EXPECT_EQ(wavelet.Details()[0].at<short>(16, 16), 32767);
 }
 
-TEST(WaveletDecompose, EmptySourceLeavesTheObjectUnchanged) {
+TEST(Wavelet, DecomposeEmptySourceLeavesTheObjectUnchanged) {
   CWavelet wavelet(kB3, 4.0f);
   wavelet.Decompose(Scene(40, 40, 5), 0, cv::Mat());
   const cv::Mat first = wavelet.Details()[3];
@@ -164,7 +164,7 @@ TEST(WaveletDecompose, EmptySourceLeavesTheObjectUnchanged) {
   EXPECT_EQ(wavelet.Details()[3].data, first.data);
 }
 
-TEST(WaveletDecompose, RegionOfTheWrongSizeOrTypeThrowsAndKeepsThePlanes) {
+TEST(Wavelet, DecomposeRegionOfTheWrongSizeOrTypeThrowsAndKeepsThePlanes) {
   CWavelet wavelet(kB3, 4.0f);
   const cv::Mat src = Scene(60, 60, 6);
   wavelet.Decompose(src, 0, cv::Mat());
@@ -178,7 +178,7 @@ TEST(WaveletDecompose, RegionOfTheWrongSizeOrTypeThrowsAndKeepsThePlanes) {
   }
 }
 
-TEST(WaveletDecompose, ARegionDecomposesTheExtendedImage) {
+TEST(Wavelet, DecomposeARegionDecomposesTheExtendedImage) {
   const cv::Mat src = Scene(100, 120, 8);
   cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
   cv::circle(region, cv::Point(60, 50), 35, cv::Scalar(255), cv::FILLED);
@@ -193,14 +193,14 @@ TEST(WaveletDecompose, ARegionDecomposesTheExtendedImage) {
   }
 }
 
-TEST(WaveletStructures, NoPlanesGiveAnEmptyResult) {
+TEST(Wavelet, StructuresNoPlanesGiveAnEmptyResult) {
   const CWavelet wavelet(kB3, 4.0f);
   cv::Mat out = cv::Mat::ones(4, 4, CV_32F);
   wavelet.ExtractStructures(out, 0, 3.0f, cv::Mat::ones(4, 4, CV_8U), cv::Mat());
   EXPECT_TRUE(out.empty());
 }
 
-TEST(WaveletStructures, FewerThanThreePlanesGiveZerosInsideTheMask) {
+TEST(Wavelet, StructuresFewerThanThreePlanesGiveZerosInsideTheMask) {
   CWavelet wavelet(kB3, 4.0f);
   const cv::Size size(40, 30);
   wavelet.SetPlanes(
@@ -220,7 +220,7 @@ TEST(WaveletStructures, FewerThanThreePlanesGiveZerosInsideTheMask) {
   EXPECT_EQ(cv::countNonZero(withBase(cv::Rect(20, 0, 20, 30))), 0);
 }
 
-TEST(WaveletStructures, APlaneEntirelyBelowTheThresholdContributesNothing) {
+TEST(Wavelet, StructuresAPlaneEntirelyBelowTheThresholdContributesNothing) {
   // Noise of -2..2 and a 20x20 block of 4: the noise level is about 1.45, so k = 3 clears the
   // block and k = 2 keeps it.
   const cv::Size size(200, 200);
@@ -238,7 +238,7 @@ TEST(WaveletStructures, APlaneEntirelyBelowTheThresholdContributesNothing) {
   EXPECT_EQ(cv::countNonZero(kept(cv::Rect(0, 0, 80, 80))), 0);
 }
 
-TEST(WaveletStructures, NegativeCoefficientsAreAlwaysCleared) {
+TEST(Wavelet, StructuresNegativeCoefficientsAreAlwaysCleared) {
   const cv::Size size(60, 60);
   std::vector<cv::Mat> details = ZeroPlanes(3, size);
   details[2](cv::Rect(20, 20, 15, 15)).setTo(-300);
@@ -247,7 +247,7 @@ TEST(WaveletStructures, NegativeCoefficientsAreAlwaysCleared) {
   EXPECT_EQ(cv::countNonZero(Structures(wavelet, 0.0f, cv::Mat::ones(size, CV_8U))), 0);
 }
 
-TEST(WaveletStructures, StructuresSmallerThanTheFiveByFiveEllipseVanish) {
+TEST(Wavelet, StructuresStructuresSmallerThanTheFiveByFiveEllipseVanish) {
   const cv::Size size(120, 120);
   std::vector<cv::Mat> details = ZeroPlanes(4, size);
   details[3](cv::Rect(10, 10, 3, 3)).setTo(100);
@@ -272,7 +272,7 @@ TEST(WaveletStructures, StructuresSmallerThanTheFiveByFiveEllipseVanish) {
   EXPECT_EQ(narrow.at<float>(11, 11), 100.0f);
 }
 
-TEST(WaveletStructures, OutliersAreRejectedFromTheNoiseLevel) {
+TEST(Wavelet, StructuresOutliersAreRejectedFromTheNoiseLevel) {
   // Noise of -3..3, 200 single-pixel outliers of 3000 and a 9x9 structure of 12. Without the
   // rejection the outliers raise the noise level to about 200 and the structure is cleared.
   const cv::Size size(200, 200);
@@ -294,7 +294,7 @@ TEST(WaveletStructures, OutliersAreRejectedFromTheNoiseLevel) {
   EXPECT_EQ(Structures(keeping, 3.0f, mask).at<float>(154, 154), 0.0f);
 }
 
-TEST(WaveletStructures, TheTwoFinestPlanesNeverContribute) {
+TEST(Wavelet, StructuresTheTwoFinestPlanesNeverContribute) {
   // The blocks cover 4% of the planes, so the rejection takes them out of the noise level.
   const cv::Size size(100, 100);
   std::vector<cv::Mat> details = ZeroPlanes(7, size);
@@ -307,7 +307,7 @@ TEST(WaveletStructures, TheTwoFinestPlanesNeverContribute) {
   EXPECT_EQ(out.at<float>(20, 20), 9.0f);
 }
 
-TEST(WaveletStructures, TheMaskLimitsTheResultWithWeightOne) {
+TEST(Wavelet, StructuresTheMaskLimitsTheResultWithWeightOne) {
   CWavelet wavelet(kB3, 4.0f);
   wavelet.Decompose(Scene(160, 160, 14), 0, cv::Mat());
   cv::Mat mask255 = cv::Mat::zeros(160, 160, CV_8U);
@@ -325,7 +325,7 @@ TEST(WaveletStructures, TheMaskLimitsTheResultWithWeightOne) {
   EXPECT_GT(full.at<float>(90, 120), 0.0f);
 }
 
-TEST(WaveletStructures, RepeatedCallsGiveTheSameResult) {
+TEST(Wavelet, StructuresRepeatedCallsGiveTheSameResult) {
   CWavelet wavelet(kB3, 4.0f);
   wavelet.Decompose(Scene(128, 128, 15), 0, cv::Mat());
   const cv::Mat mask = cv::Mat::ones(128, 128, CV_8U);
@@ -335,7 +335,7 @@ TEST(WaveletStructures, RepeatedCallsGiveTheSameResult) {
   EXPECT_GT(cv::countNonZero(a), 0);
 }
 
-TEST(WaveletStructures, MaskOfTheWrongSizeOrTypeThrowsAndKeepsThePlanes) {
+TEST(Wavelet, StructuresMaskOfTheWrongSizeOrTypeThrowsAndKeepsThePlanes) {
   CWavelet wavelet(kB3, 4.0f);
   wavelet.Decompose(Scene(64, 64, 16), 0, cv::Mat());
   const std::vector<cv::Mat> details = wavelet.Details();
@@ -383,7 +383,7 @@ cv::Mat RadialRamp(int size) {
   return image;
 }
 
-TEST(WaveletExtend, NarrowPolarFormIsMappedBackWithoutExtension) {
+TEST(Wavelet, ExtensionNarrowPolarFormIsMappedBackWithoutExtension) {
   // 300 x 260: radius 198, so the polar image has 198 columns.
   const cv::Mat src = RandomIntegers(260, 300, CV_16UC1, 17, 100, 9000);
   cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
@@ -400,7 +400,7 @@ TEST(WaveletExtend, NarrowPolarFormIsMappedBackWithoutExtension) {
   EXPECT_FALSE(ImagesEqual(dst, src));
 }
 
-TEST(WaveletExtend, PolarWidthOf711HasNothingToStretch) {
+TEST(Wavelet, ExtensionPolarWidthOf711HasNothingToStretch) {
   // 1006 x 1006: radius 711.4, 711 polar columns; the range from 710 that stops one column
   // short of the edge is empty, so the image is mapped back as it is.
   const cv::Mat src = RadialRamp(1006);
@@ -412,7 +412,7 @@ TEST(WaveletExtend, PolarWidthOf711HasNothingToStretch) {
   EXPECT_NEAR(dst.at<unsigned short>(503 + 488, 503 + 488), 6900, 30);
 }
 
-TEST(WaveletExtend, RadiiFrom710OnRepeatTheValueAt710) {
+TEST(Wavelet, ExtensionRadiiFrom710OnRepeatTheValueAt710) {
   // 1100 x 1100: radius 777.8, 778 polar columns.
   const cv::Mat src = RadialRamp(1100);
   cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
@@ -428,7 +428,7 @@ TEST(WaveletExtend, RadiiFrom710OnRepeatTheValueAt710) {
   EXPECT_FALSE(ImagesEqual(dst, ReferenceExtension(src, region, false)));
 }
 
-TEST(WaveletExtend, RegionOfTheWrongSizeThrows) {
+TEST(Wavelet, ExtensionRegionOfTheWrongSizeThrows) {
   const cv::Mat src = RandomIntegers(40, 40, CV_16UC1, 18, 0, 100);
   cv::Mat dst;
   EXPECT_THROW(CWavelet::ExtendOutsideMask(src, dst, cv::Mat::ones(30, 40, CV_8U)), cv::Exception);

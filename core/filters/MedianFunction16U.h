@@ -1,6 +1,7 @@
 // Row-parallel body of the 16-bit disc median (16-bit unsigned single-channel images, any radius
-// from 1). The straightforward per-pixel gather-and-select (MedianAt, ReferenceRows) defines the
-// result and stays as the oracle; operator() computes the same values faster.
+// from 1). The straightforward per-pixel gather-and-select (a square-root membership test per
+// window pixel, then the selection) defines the result and is the tests' oracle; operator()
+// computes the same values faster.
 #pragma once
 
 #include <cstdint>
@@ -68,29 +69,23 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
         bitDepth_(bitDepth) {}
   ~MedianFunction_16U() override = default;
 
-  // Same values as ReferenceRows, row by row through SlidingMedians.
+  // The disc medians of the given rows (clamped to the image), row by row through SlidingMedians.
+  // Writes nothing when a step is shorter than a row or an image pointer is null.
   void operator()(const cv::Range& rows) const override;
 
-  // The disc median at one pixel by gathering the disc into scratch (at least (2r+1)^2 entries)
-  // and selecting. Odd counts give the true median; even counts (only where the edge cuts the
-  // disc) give the entry before the middle after the selection, doubled and halved in 16 bits,
-  // which clears its top bit.
-  unsigned short MedianAt(int x, int y, unsigned short* scratch) const;
-
-  // Runs the straightforward per-pixel body over the given rows: the reference implementation.
-  void ReferenceRows(const cv::Range& rows) const;
-
   // Half-width of each disc row: entry dy + radius holds the largest dx with
-  // sqrt(dx^2 + dy^2) - 0.5 <= radius, the membership test of MedianAt, for dy = -radius..radius.
+  // sqrt(dx^2 + dy^2) - 0.5 <= radius, the disc's membership test, for dy = -radius..radius.
   static std::vector<int> DiscHalfWidths(int radius);
 
-  // MedianAt with the disc rows taken from DiscHalfWidths(radius): the same samples in the same
-  // order, so the same result, without a square root per window pixel.
+  // The disc median at one pixel, the disc rows taken from DiscHalfWidths(radius) (no square root
+  // per window pixel) and gathered into scratch (at least (2r+1)^2 entries) in row-major order.
+  // Odd counts give the true median; even counts (only where the edge cuts the disc) give the
+  // entry before the middle after the selection with its top bit cleared.
   unsigned short GatheredMedianAt(int x, int y, const int* halfWidths,
                                   unsigned short* scratch) const;
 
   // The two halves of GatheredMedianAt: the disc of (x, y), cut at the edge, copied into scratch
-  // in MedianAt's order (returns the count), and the selection with the even-count rule.
+  // in row-major order (returns the count), and the selection with the even-count rule.
   int GatherDisc(int x, int y, const int* halfWidths, unsigned short* scratch) const;
   static unsigned short SelectMedian(unsigned short* samples, int count);
 
@@ -103,7 +98,7 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // written to out[0..last - first]. A sliding histogram holds the disc cut to the image: it
   // answers pixels whose cut disc holds an odd count (the true median, which is every full disc
   // and about half of the cut ones); even counts are gathered into scratch (at least (2r+1)^2
-  // entries) and selected like MedianAt. hist must be empty; it is left empty.
+  // entries) and selected like GatheredMedianAt. hist must be empty; it is left empty.
   void SlidingMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
                       unsigned short* scratch, unsigned short* out) const;
 

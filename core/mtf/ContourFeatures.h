@@ -72,19 +72,8 @@ double ComputeFeature(const ContourRecord& record, ContourFeature feature);
 // True when the comparison passes for x with the criterion's bounds.
 bool ComparisonPasses(Comparison comparison, double x, double first, double second);
 
-// Minimum-area rectangle of the points in the convention of OpenCV up to 4.5.0: angle in
-// [-90, 0) (0 for some upright boxes), width along the side that the angle turns from the x axis.
-// OpenCV 4.5.1 takes the hull the other way round, so cv::minAreaRect reports angles in (0, 90]
-// with width and height exchanged; the box-angle features are written for the older reading, so
-// every box they look at goes through here.
-cv::RotatedRect MinAreaRectLegacy(const std::vector<cv::Point>& points);
-// The conversion itself, for a rectangle that cv::minAreaRect of OpenCV >= 4.5.1 returned:
-// 90 -> -90 with the same sides; 0 stays (an upright box, same sides in both versions); a in
-// (0, 90) -> a - 90 with width and height exchanged; a segment (height 0) turns by 180 degrees.
-cv::RotatedRect ToLegacyBoxAngle(const cv::RotatedRect& box);
-
 // The box-angle features (AbsoluteBoxAngle, FoldedBoxAngle) of a rectangle in the legacy
-// convention. Both read the float angle widened to double.
+// convention (mtf/MinAreaRectLegacy.h). Both read the float angle widened to double.
 double AbsoluteBoxAngleOf(const cv::RotatedRect& legacyBox);
 double FoldedBoxAngleOf(const cv::RotatedRect& legacyBox);
 
@@ -105,10 +94,6 @@ void ApplyCriterion(ContourSet& set, const FilterCriterion& criterion);
 // enclosing-circle centre of an already kept candidate, rounded to whole pixels with cvRound
 // (halves to even, as OpenCV converts a float point), lies inside or on it.
 void RemoveNestedCandidates(ContourSet& set);
-
-// The same walk written out step by step (each kept centre found again for every comparison, the
-// areas taken when a duplicate is found): the oracle of the randomized identity test.
-void RemoveNestedCandidatesReference(ContourSet& set);
 
 // Polygon simplification in place: cv::approxPolyDP (closed) with the given epsilon, and
 // cv::convexHull (counter-clockwise flag false, points returned).

@@ -139,24 +139,3 @@ std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& regi
   profiler.esf = KProfile<double>(esf, 0.0, 1.0);
   return esf;
 }
-
-std::vector<double> BuildEdgeProfileReference(const cv::Mat& region, float slope,
-                                              float oversampling, std::int32_t& binOffset) {
-  CheckRegion(region);
-  cv::Mat values;
-  region.convertTo(values, CV_64F);
-  const ProfileLayout layout = LayoutOf(region.rows, region.cols, slope, oversampling);
-  binOffset = layout.binOffset;
-  BinAccumulator acc(layout.bins);
-  for (int r = 0; r < values.rows; ++r) {
-    for (int c = 0; c < values.cols; ++c) {
-      const float position =
-          std::ceil((static_cast<float>(c) - static_cast<float>(r) * slope) * oversampling);
-      const int bin = static_cast<int>(position - static_cast<float>(layout.binOffset));
-      if (bin < 0 || bin >= layout.bins) continue;
-      acc.counts[bin] += 1.0;
-      acc.sums[bin] += values.at<double>(r, c);
-    }
-  }
-  return AverageAndCrop(acc, layout);
-}

@@ -33,8 +33,3 @@ struct EdgeProfiler {
 // Errors: cv::Error::StsBadArg "empty region", cv::Error::StsUnsupportedFormat "region must have
 // one channel" / "unsupported region depth"; std::system_error when a thread fails.
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope);
-
-// Straightforward single-threaded version of the same projection (cv::Mat::at, one pass), kept as
-// the oracle of the identity tests. Writes the bin offset it used to binOffset.
-std::vector<double> BuildEdgeProfileReference(const cv::Mat& region, float slope,
-                                              float oversampling, std::int32_t& binOffset);

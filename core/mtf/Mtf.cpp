@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr double kPi = 3.141592653589793;
 constexpr double kEpsilon = 2.220446049250313e-16;
 constexpr double kCutLevel = 0.1;
 constexpr double kMaximumCorrection = 10.0;
@@ -51,7 +50,7 @@ void ApplyHammingWindow(std::vector<double>& lsf) {
   const int m = n / 2;
   const int d = std::max(n - m, m - 1);
   for (int k = 1; k <= n; ++k) {
-    const double weight = std::pow(0.54 + 0.46 * std::cos((k - m) * kPi / d), 1.0);
+    const double weight = std::pow(0.54 + 0.46 * std::cos((k - m) * CV_PI / d), 1.0);
     lsf[k - 1] *= weight;
   }
 }
@@ -99,7 +98,7 @@ void ComputeMtf(MtfResult& result, const KProfile<double>& esf, float slope, flo
     frequencies[i] = static_cast<double>(numerator) / static_cast<double>(nPitch);
   }
   for (int k = 1; k < m; ++k) {
-    const double x = 2.0 * kPi * k / (2.0 * (m + 1));
+    const double x = 2.0 * CV_PI * k / (2.0 * (m + 1));
     const double factor = std::min(std::fabs(x / std::sin(x)), kMaximumCorrection);
     mtf[k] *= factor;
   }
@@ -178,20 +177,4 @@ double LsfWidth(const MtfResult& result, float oversampling) {
     if (l[i - 1] >= half && half > l[i]) xr = (i - 1) + (half - l[i - 1]) / (l[i] - l[i - 1]);
   }
   return (xr - xl) / oversampling;
-}
-
-std::vector<double> SpectrumMagnitudeReference(const std::vector<double>& values) {
-  const std::size_t n = values.size();
-  std::vector<double> magnitude(n, 0.0);
-  for (std::size_t k = 0; k < n; ++k) {
-    double re = 0.0;
-    double im = 0.0;
-    for (std::size_t j = 0; j < n; ++j) {
-      const double angle = -2.0 * kPi * static_cast<double>((k * j) % n) / static_cast<double>(n);
-      re += values[j] * std::cos(angle);
-      im += values[j] * std::sin(angle);
-    }
-    magnitude[k] = std::hypot(re, im);
-  }
-  return magnitude;
 }

@@ -52,7 +52,3 @@ double MtfCrossing(const MtfResult& result, double level);
 // the maximum before the peak (the peak is the last index of the running maximum), the right edge
 // the last fall below it from the peak on; a missing edge counts as 0.
 double LsfWidth(const MtfResult& result, float oversampling);
-
-// Straightforward O(N^2) discrete Fourier transform magnitude of a real sequence, the oracle for
-// the cv::dft spectrum of ComputeMtf.
-std::vector<double> SpectrumMagnitudeReference(const std::vector<double>& values);

@@ -1,9 +1,9 @@
 #include "mtf/MtfMeasurement.h"
 
 #include <cmath>
-#include <iomanip>
 #include <opencv2/imgproc.hpp>
-#include <sstream>
+
+#include "mtf/MinAreaRectLegacy.h"
 
 namespace {
 
@@ -17,13 +17,6 @@ double PatchSum(const cv::Mat& image, int top, int left) {
 bool InsideImage(const cv::Rect& r, const cv::Mat& image) {
   return r.x >= 0 && r.y >= 0 && r.width >= 1 && r.height >= 1 && r.x + r.width <= image.cols &&
          r.y + r.height <= image.rows;
-}
-
-cv::Mat GreyForMeasuring(const cv::Mat& image) {
-  if (image.channels() == 1) return image;
-  cv::Mat grey;
-  cv::cvtColor(image, grey, cv::COLOR_RGB2GRAY);
-  return grey;
 }
 
 }  // namespace
@@ -168,7 +161,7 @@ bool CMtfMeasurement::MeasureRegion(const cv::Mat& region, MtfResult& result, fl
 
 bool CMtfMeasurement::MeasureEdge(const cv::Mat& image, MtfResult& result) {
   if (image.empty() || image.rows < 1 || image.cols < 1) return false;
-  const cv::Mat grey = GreyForMeasuring(image);
+  const cv::Mat grey = Grey(image);
   cv::Rect area(0, 0, grey.cols, grey.rows);
   if (edgeRegion[0] >= 0.0 && edgeRegion[1] >= 0.0 && edgeRegion[2] >= 0.0 &&
       edgeRegion[3] >= 0.0) {
@@ -218,7 +211,7 @@ std::vector<std::pair<EdgeSide, cv::Rect>> CMtfMeasurement::EdgeRegions(
 MtfTargetMap CMtfMeasurement::MeasureTargets(const cv::Mat& image) {
   MtfTargetMap targets;
   if (image.empty() || image.rows < 1 || image.cols < 1) return targets;
-  const cv::Mat grey = GreyForMeasuring(image);
+  const cv::Mat grey = Grey(image);
 
   detection.minimumAngle = -180.0f;
   detection.maximumAngle = 180.0f;
@@ -245,38 +238,11 @@ MtfTargetMap CMtfMeasurement::MeasureTargets(const cv::Mat& image) {
   return targets;
 }
 
-void CMtfMeasurement::DrawResults(const cv::Mat& image, const MtfTargetMap& targets,
-                                  cv::Mat& output) {
-  cv::Mat grey = GreyForMeasuring(image);
-  cv::Mat grey8;
-  if (grey.depth() == CV_8U) {
-    grey8 = grey;
-  } else {
-    cv::normalize(grey, grey8, 0, 255, cv::NORM_MINMAX, CV_8U);
-  }
-  cv::cvtColor(grey8, output, cv::COLOR_GRAY2BGR);
-
-  const cv::Scalar targetColour(0, 0, 255);
-  const cv::Scalar regionColour(0, 200, 0);
-  const cv::Scalar textColour(255, 64, 0);
-  const int font = cv::FONT_HERSHEY_SIMPLEX;
-  for (const auto& [number, target] : targets) {
-    cv::Point2f corners[4];
-    target.box.points(corners);
-    for (int i = 0; i < 4; ++i) {
-      cv::line(output, corners[i], corners[(i + 1) % 4], targetColour, 2, cv::LINE_AA);
-    }
-    cv::rectangle(output, target.box.boundingRect(), targetColour, 1);
-    cv::putText(output, std::to_string(number), target.box.center, font, 1.0, targetColour, 2);
-    for (const MtfEdge& edge : target.edges) {
-      cv::rectangle(output, edge.region, regionColour, 1);
-      std::ostringstream text;
-      text << std::fixed << std::setprecision(3) << edge.result.cutFrequency << " "
-           << std::setprecision(1) << edge.result.efficiency << "%";
-      cv::putText(output, text.str(), cv::Point(edge.region.x, edge.region.y - 4), font, 0.5,
-                  textColour, 1);
-    }
-  }
+cv::Mat CMtfMeasurement::Grey(const cv::Mat& image) {
+  if (image.channels() == 1) return image;
+  cv::Mat grey;
+  cv::cvtColor(image, grey, cv::COLOR_RGB2GRAY);
+  return grey;
 }
 
 double CMtfMeasurement::MeanEfficiency(const MtfTargetMap& targets) {

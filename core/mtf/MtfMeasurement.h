@@ -96,9 +96,9 @@ class CMtfMeasurement {
   // The edge regions of a target box, in the order left, top, right, bottom (not clipped).
   std::vector<std::pair<EdgeSide, cv::Rect>> EdgeRegions(const cv::RotatedRect& box) const;
 
-  // The picture a user looks at: the image as 8-bit colour, each target's rectangle and number,
-  // each edge region outlined and labelled with its cut frequency and efficiency.
-  static void DrawResults(const cv::Mat& image, const MtfTargetMap& targets, cv::Mat& output);
+  // The grey picture every measurement works on: the image itself when it has one channel, its
+  // COLOR_RGB2GRAY conversion otherwise.
+  static cv::Mat Grey(const cv::Mat& image);
 
   // Mean efficiency over every measured edge of every target; -1.0 when there is none.
   static double MeanEfficiency(const MtfTargetMap& targets);

@@ -30,7 +30,6 @@ const char* const kDimensionMessage = "All images needs to have the save image d
 // Also thrown for an empty series: there is no type to compare against either way.
 const char* const kTypeMessage = "All images needs to have the save image type";
 
-constexpr int kWorkers = 9;
 // 256 * 65535 < 2^24: up to this count a float running sum of 16-bit values never rounds.
 constexpr std::size_t kExactSumCount = 256;
 constexpr std::size_t kSquareBlock = 64;
@@ -43,13 +42,6 @@ cv::Mat SixteenBitView(const cv::Mat& stack) {
   cv::Mat converted;
   stack.convertTo(converted, CV_16U);
   return converted;
-}
-
-unsigned short SampleAt(const cv::Mat& frame, int y, int x) {
-  if (frame.elemSize() == 2) return frame.at<unsigned short>(y, x);
-  cv::Mat converted;
-  frame(cv::Rect(x, y, 1, 1)).convertTo(converted, CV_16U);
-  return converted.at<unsigned short>(0, 0);
 }
 
 // A stack of hundreds of megabytes costs one page fault per 4 KiB page when it is first written;
@@ -231,21 +223,4 @@ cv::Mat CTemporalNoise::Compute(Statistic statistic) const {
   }
   for (std::thread& worker : workers) worker.join();
   return result.reshape(1, rows);
-}
-
-cv::Mat CTemporalNoise::ComputeReference(Statistic statistic) const {
-  if (images_.empty()) throw std::invalid_argument(kTypeMessage);
-  const cv::Mat& reference = images_.back();
-  const int rows = reference.rows;
-  const int cols = reference.cols;
-  const int covered = (rows * cols) / kWorkers * kWorkers;
-  cv::Mat result = cv::Mat::zeros(rows, cols, CV_32F);
-  for (int p = 0; p < covered; ++p) {
-    const int y = p / cols;
-    const int x = p % cols;
-    std::vector<unsigned short> values;
-    for (const cv::Mat& frame : images_) values.push_back(SampleAt(frame, y, x));
-    result.at<float>(y, x) = statistic(values);
-  }
-  return result;
 }

@@ -9,6 +9,9 @@
 
 class CTemporalNoise {
  public:
+  // Worker threads of Compute, each with an equal run of pixels.
+  static constexpr int kWorkers = 9;
+
   // Receives one pixel's values over the series, in the order the frames were added. It is called
   // from several threads at once and must be safe to call concurrently.
   using Statistic = std::function<float(std::vector<unsigned short>&)>;
@@ -31,10 +34,6 @@ class CTemporalNoise {
   // continuous (cv::Mat::reshape). Samples of 16-bit series are handed over as their raw 16 bits;
   // other depths are first converted to CV_16U with saturation.
   cv::Mat Compute(Statistic statistic) const;
-
-  // The same image computed on the calling thread, one pixel after the other, straight from the
-  // frames with a fresh vector per pixel. Kept as the oracle for Compute.
-  cv::Mat ComputeReference(Statistic statistic) const;
 
   const std::vector<cv::Mat>& Images() const { return images_; }
 

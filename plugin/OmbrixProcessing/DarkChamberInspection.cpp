@@ -1,35 +1,13 @@
 #include "DarkChamberInspection.h"
 
-#include <algorithm>
 #include <cmath>
-#include <limits>
 #include <opencv2/imgproc.hpp>
 
 #include "RobustStatistics.h"
 
-void CDarkChamberInspection::RobustStatistics(const cv::Mat& image32f, double& median,
-                                              double& noise) {
-  std::vector<float> values;
-  values.reserve(image32f.total());
-  for (int y = 0; y < image32f.rows; ++y) {
-    const float* row = image32f.ptr<float>(y);
-    for (int x = 0; x < image32f.cols; ++x) {
-      if (std::isfinite(row[x])) values.push_back(row[x]);
-    }
-  }
-  CRobustStatistics::MedianAndNoise(values, median, noise);
-}
-
-double CDarkChamberInspection::MedianReference(std::vector<float> values) {
-  if (values.empty()) return std::numeric_limits<double>::quiet_NaN();
-  std::sort(values.begin(), values.end());
-  const size_t n = values.size();
-  return n % 2 ? values[n / 2] : 0.5 * (static_cast<double>(values[n / 2 - 1]) + values[n / 2]);
-}
-
 cv::Mat CDarkChamberInspection::ExcessMask(const cv::Mat& image32f, double& threshold) {
   double median = 0.0, noise = 0.0;
-  RobustStatistics(image32f, median, noise);
+  CRobustStatistics::OfImage(image32f, median, noise);
   threshold = median + kNoiseFactor * noise;
   cv::Mat mask(image32f.rows, image32f.cols, CV_8U);
   for (int y = 0; y < image32f.rows; ++y) {

@@ -9,16 +9,11 @@
 #pragma once
 
 #include <opencv2/core.hpp>
-#include <vector>
-
-#include "RobustStatistics.h"
 
 class CDarkChamberInspection {
  public:
   static constexpr double kNoiseFactor = 6.0;
   static constexpr int kMinRegionArea = 16;
-  // Robust noise of a normal distribution from its median absolute deviation.
-  static constexpr double kMadToSigma = CRobustStatistics::kMadToSigma;
 
   virtual ~CDarkChamberInspection() = default;
 
@@ -28,12 +23,4 @@ class CDarkChamberInspection {
 
   // Binary map (CV_8U, 255) of the samples above the leak threshold, and the threshold.
   static cv::Mat ExcessMask(const cv::Mat& image32f, double& threshold);
-
-  // Median and 1.4826 x MAD of the finite samples of a single-channel float image: exact order
-  // statistics (mean of the two middle values for an even count), so every platform gives the
-  // same numbers. NaN when there is no finite sample.
-  static void RobustStatistics(const cv::Mat& image32f, double& median, double& noise);
-
-  // Median by full sort, the oracle of the order-statistic selection.
-  static double MedianReference(std::vector<float> values);
 };

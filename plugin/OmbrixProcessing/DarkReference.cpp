@@ -117,21 +117,3 @@ void CDarkReference::RepairBadPixels(cv::Mat& processed) const {
     }
   }
 }
-
-cv::Mat CDarkReference::SubtractReference(const cv::Mat& raw, float exposure) const {
-  cv::Mat raw32;
-  raw.convertTo(raw32, CV_32F);
-  cv::Mat out(raw.rows, raw.cols, CV_32FC(raw.channels()));
-  const float weight = InterpolationWeight(exposure);
-  const int n = raw.cols * raw.channels();
-  for (int y = 0; y < raw.rows; ++y) {
-    for (int i = 0; i < n; ++i) {
-      const float d1 = shortDark_.ptr<float>(y)[i];
-      const float d150 = d1 + slope_.ptr<float>(y)[i];
-      // D1 + (D150 - D1)(t - 1)/149, evaluated as written.
-      const float dark = d1 + (d150 - d1) * weight;
-      out.ptr<float>(y)[i] = raw32.ptr<float>(y)[i] - dark;
-    }
-  }
-  return out;
-}

@@ -37,9 +37,6 @@ class CDarkReference {
   // "exposure must be finite and not negative".
   void Subtract(const cv::Mat& raw, float exposure, cv::Mat& processed) const;
 
-  // Element-by-element reference of Subtract (no bad-pixel map), the oracle of the tests.
-  cv::Mat SubtractReference(const cv::Mat& raw, float exposure) const;
-
  private:
   void RepairBadPixels(cv::Mat& processed) const;
 

@@ -42,51 +42,23 @@ class COmbrixProcessing : public IOmbrixProcessing {
   explicit COmbrixProcessing(std::shared_ptr<ILogger> logger = nullptr);
   ~COmbrixProcessing() override = default;
 
-  void Reserved01() override {}
-  void Reserved02() override {}
-  void Reserved03() override {}
-  void Reserved04() override {}
-  void Reserved05() override {}
-  void Reserved06() override {}
-
   bool LoadDarkFrames(const std::string& longDarkPath, const std::string& shortDarkPath,
                       const std::string& badPixelPath) override;
-
-  void Reserved08() override {}
-  void Reserved09() override {}
-  void Reserved10() override {}
 
   float ComputeLightSourceFactor(const cv::Mat& minimumImage) override;
   int CountDarkChamberDefects(const cv::Mat& minimumImage) override;
   float ComputeMtf(const cv::Mat& targetImage) override;
 
-  void Reserved14() override {}
-
   void SetAlgorithmMode(int mode) override;
-
-  void Reserved16() override {}
-  void Reserved17() override {}
 
   void BeginImage() override;
   void PushImage(const ExposedImage& frame) override;
   cv::Mat GetProcessedImage() override;
 
-  void Reserved21() override {}
-  void Reserved22() override {}
-  void Reserved23() override {}
-  void Reserved24() override {}
-  void Reserved25() override {}
-  void Reserved26() override {}
-
   bool SetAlgoParameters(const AlgoParameters& parameters) override;
-
-  void Reserved28() override {}
 
   void DetectObjects(std::vector<DetectedObject>& objects, cv::Mat& labelImage,
                      cv::Mat& overlayImage, int level, bool keepContours) override;
-
-  void Reserved30() override {}
-  void Reserved31() override {}
 
   void StackMinimum(cv::Mat& result, const std::vector<cv::Mat>& images) override;
   void StackAverage(cv::Mat& result, const std::vector<cv::Mat>& images) override;

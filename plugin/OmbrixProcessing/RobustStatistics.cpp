@@ -22,3 +22,16 @@ void CRobustStatistics::MedianAndNoise(std::vector<float>& values, double& media
   for (float& v : values) v = static_cast<float>(std::abs(v - median));
   noise = kMadToSigma * MedianInPlace(values);
 }
+
+void CRobustStatistics::OfImage(const cv::Mat& image32f, double& median, double& noise) {
+  CV_Assert(image32f.type() == CV_32FC1);
+  std::vector<float> values;
+  values.reserve(image32f.total());
+  for (int y = 0; y < image32f.rows; ++y) {
+    const float* row = image32f.ptr<float>(y);
+    for (int x = 0; x < image32f.cols; ++x) {
+      if (std::isfinite(row[x])) values.push_back(row[x]);
+    }
+  }
+  MedianAndNoise(values, median, noise);
+}

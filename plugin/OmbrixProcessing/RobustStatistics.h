@@ -1,8 +1,9 @@
 // Robust location and spread of float samples, shared by the dark-chamber inspection and the spot
-// detector: the exact median and the robust noise 1.4826 x MAD. Accepts any sample vector; which
-// samples count (all, or only the finite ones) is the caller's choice.
+// detector: the exact median and the robust noise 1.4826 x MAD. Accepts any sample vector, or a
+// single-channel float image whose finite samples count.
 #pragma once
 
+#include <opencv2/core.hpp>
 #include <vector>
 
 class CRobustStatistics {
@@ -18,4 +19,8 @@ class CRobustStatistics {
   // Median and kMadToSigma x MAD of values; values is overwritten by the absolute deviations
   // (each rounded to float, as the samples are).
   static void MedianAndNoise(std::vector<float>& values, double& median, double& noise);
+
+  // Median and kMadToSigma x MAD of the finite samples of a CV_32FC1 image (exact order
+  // statistics, so every platform gives the same numbers); NaN when there is no finite sample.
+  static void OfImage(const cv::Mat& image32f, double& median, double& noise);
 };

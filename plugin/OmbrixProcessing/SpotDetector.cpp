@@ -5,8 +5,8 @@
 #include <limits>
 #include <opencv2/imgproc.hpp>
 
+#include "CosmicRayCleaner.h"
 #include "RobustStatistics.h"
-#include "filters/FilterCosmicRay.h"
 #include "filters/GaussianBlur.h"
 
 namespace {
@@ -14,66 +14,6 @@ namespace {
 // Integer samples carry at least their rounding noise, so a perfectly flat frame still gets a
 // finite threshold.
 const double kQuantizationNoise = 1.0 / std::sqrt(12.0);
-// Fine-structure limit (as in L.A.Cosmic): a hit stands out of its 3x3 median by more than twice
-// the structure that the 3x3 median itself keeps against its disc median. A spot resolved by the
-// optics survives the 3x3 median, so that ratio stays near or below 1 on its samples; a hot pixel
-// or a cosmic-ray track does not survive it, so its ratio is large.
-constexpr double kObjectLimit = 2.0;
-// A seed that is no local maximum must lose more than this fraction of its height above the
-// background to its 3x3 median; a spot's flank loses about half, a track's end nearly all.
-constexpr double kThinFraction = 0.75;
-// Cleaning passes: a faint hit on the flank of a brighter one only stands out once the brighter
-// one is gone; the loop ends early as soon as a pass finds nothing.
-constexpr int kMaxCleaningPasses = 3;
-// The 16-bit disc median sees the frame shifted so that its background sits at 16384 and clipped
-// at 32767: where the image edge cuts a disc to an even count, the core's median clears the top
-// bit of its result, so no sample may reach 32768. Clipping only touches samples more than 16383
-// ADU above the background, which are outliers either way.
-constexpr double kShift = 16384.0;
-constexpr double kShiftedCeiling = 32767.0;
-constexpr double kPi = 3.14159265358979323846;
-
-// Raster-order 8-connected labelling of a binary image: the component met first in a row-major
-// scan gets label 1. Fills labels (CV_32S) and the sample indices of every component.
-void LabelComponents(const cv::Mat& binary, cv::Mat& labels,
-                     std::vector<std::vector<int>>& members) {
-  const int rows = binary.rows;
-  const int cols = binary.cols;
-  labels = cv::Mat::zeros(rows, cols, CV_32S);
-  members.clear();
-  std::vector<int> stack;
-  for (int y = 0; y < rows; ++y) {
-    const uchar* b = binary.ptr<uchar>(y);
-    for (int x = 0; x < cols; ++x) {
-      if (b[x] == 0 || labels.at<int>(y, x) != 0) continue;
-      const int label = static_cast<int>(members.size()) + 1;
-      members.emplace_back();
-      std::vector<int>& pixels = members.back();
-      labels.at<int>(y, x) = label;
-      stack.assign(1, y * cols + x);
-      while (!stack.empty()) {
-        const int index = stack.back();
-        stack.pop_back();
-        pixels.push_back(index);
-        const int py = index / cols;
-        const int px = index % cols;
-        for (int dy = -1; dy <= 1; ++dy) {
-          const int ny = py + dy;
-          if (ny < 0 || ny >= rows) continue;
-          const uchar* nb = binary.ptr<uchar>(ny);
-          int* nl = labels.ptr<int>(ny);
-          for (int dx = -1; dx <= 1; ++dx) {
-            const int nx = px + dx;
-            if (nx < 0 || nx >= cols || nb[nx] == 0 || nl[nx] != 0) continue;
-            nl[nx] = label;
-            stack.push_back(ny * cols + nx);
-          }
-        }
-      }
-      std::sort(pixels.begin(), pixels.end());
-    }
-  }
-}
 
 // Outer contour of one component, in image coordinates.
 std::vector<cv::Point> OuterContour(const cv::Mat& labels, int label, const cv::Rect& box) {
@@ -95,8 +35,7 @@ std::vector<cv::Point> OuterContour(const cv::Mat& labels, int label, const cv::
 CSpotDetector::CSpotDetector() : parameters_(DefaultParameters(true)) {}
 
 AlgoParameters CSpotDetector::DefaultParameters(bool nominalMode) {
-  return AlgoParameters{
-      3, 100, 2, 1000, 2, 3.2f, 800, AlgoParameters::PackMarginAndCircularity(5, 70), nominalMode};
+  return ValidationAlgoParameters(nominalMode);
 }
 
 bool CSpotDetector::Configure(const AlgoParameters& p) {
@@ -112,136 +51,6 @@ bool CSpotDetector::SetMode(int mode) {
   if (mode != kModeSegmentation && mode != kModeValidated) return false;
   mode_ = mode;
   return true;
-}
-
-void CSpotDetector::RobustStatistics(const cv::Mat& frame32f, double& median, double& noise) {
-  CV_Assert(frame32f.type() == CV_32FC1 && !frame32f.empty());
-  std::vector<float> values;
-  values.reserve(frame32f.total());
-  for (int y = 0; y < frame32f.rows; ++y) {
-    const float* f = frame32f.ptr<float>(y);
-    values.insert(values.end(), f, f + frame32f.cols);
-  }
-  CRobustStatistics::MedianAndNoise(values, median, noise);
-}
-
-int CSpotDetector::RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius,
-                                    int threshold, cv::Mat& cleaned) {
-  CV_Assert(frame32f.type() == CV_32FC1 && !frame32f.empty());
-  cleaned = frame32f.clone();
-  if (radius <= 0) return 0;
-  const int rows = cleaned.rows;
-  const int cols = cleaned.cols;
-  const double reach2 = (radius + 0.5) * (radius + 0.5);
-  std::vector<cv::Point> disc;
-  for (int dy = -radius; dy <= radius; ++dy) {
-    for (int dx = -radius; dx <= radius; ++dx) {
-      if (dx * dx + dy * dy <= reach2) disc.emplace_back(dx, dy);
-    }
-  }
-  const cv::Mat kernel = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3));
-  int replacedTotal = 0;
-  cv::Mat shifted, discMedian, median3, shiftedMedian3, coarse, hits, grown;
-  std::vector<float> samples;
-  std::vector<int> stack;
-  std::vector<std::pair<int, float>> replacements;
-  for (int pass = 0; pass < kMaxCleaningPasses; ++pass) {
-    // The disc medians are the core's 16-bit ones on shifted, clipped frames; rounding there
-    // moves a comparison by at most half an ADU.
-    cv::min(cleaned, background + kShiftedCeiling - kShift, shifted);
-    shifted.convertTo(shifted, CV_16U, 1.0, kShift - background);
-    CFilterCosmicRay::MedianBlur(shifted, discMedian, radius);
-    cv::medianBlur(cleaned, median3, 3);
-    cv::min(median3, background + kShiftedCeiling - kShift, shiftedMedian3);
-    shiftedMedian3.convertTo(shiftedMedian3, CV_16U, 1.0, kShift - background);
-    CFilterCosmicRay::MedianBlur(shiftedMedian3, coarse, radius);
-
-    // Outliers stand more than threshold above their disc median; seeds are the outliers that
-    // are sharper than any optical structure around them.
-    hits = cv::Mat::zeros(rows, cols, CV_8U);
-    stack.clear();
-    for (int y = 0; y < rows; ++y) {
-      const float* c = cleaned.ptr<float>(y);
-      const float* m3 = median3.ptr<float>(y);
-      const std::uint16_t* sm3 = shiftedMedian3.ptr<std::uint16_t>(y);
-      const std::uint16_t* s = shifted.ptr<std::uint16_t>(y);
-      const std::uint16_t* d = discMedian.ptr<std::uint16_t>(y);
-      const std::uint16_t* k = coarse.ptr<std::uint16_t>(y);
-      for (int x = 0; x < cols; ++x) {
-        if (static_cast<int>(s[x]) - static_cast<int>(d[x]) <= threshold) continue;
-        const double fineStructure = static_cast<double>(sm3[x]) - static_cast<double>(k[x]);
-        const double standOut = c[x] - m3[x];
-        if (standOut <= kObjectLimit * fineStructure) continue;
-        // Either a peak of its own, or so thin that the 3x3 median removes most of it: the end
-        // of a track, whose axis samples lean on each other and are no local maxima.
-        bool seed = standOut > kThinFraction * (c[x] - background);
-        if (!seed) {
-          seed = true;
-          for (int dy = -1; dy <= 1; ++dy) {
-            const int ny = y + dy;
-            if (ny < 0 || ny >= rows) continue;
-            const float* n = cleaned.ptr<float>(ny);
-            for (int dx = -1; dx <= 1; ++dx) {
-              const int nx = x + dx;
-              if (nx >= 0 && nx < cols && n[nx] > c[x]) seed = false;
-            }
-          }
-        }
-        if (!seed) continue;
-        hits.at<uchar>(y, x) = 255;
-        stack.push_back(y * cols + x);
-      }
-    }
-    if (stack.empty()) break;
-    // A hit spreads along its track: every outlier connected to a seed belongs to it.
-    while (!stack.empty()) {
-      const int index = stack.back();
-      stack.pop_back();
-      const int py = index / cols;
-      const int px = index % cols;
-      for (int dy = -1; dy <= 1; ++dy) {
-        for (int dx = -1; dx <= 1; ++dx) {
-          const int nx = px + dx;
-          const int ny = py + dy;
-          if (nx < 0 || nx >= cols || ny < 0 || ny >= rows || hits.at<uchar>(ny, nx) != 0) {
-            continue;
-          }
-          const int excess = static_cast<int>(shifted.at<std::uint16_t>(ny, nx)) -
-                             static_cast<int>(discMedian.at<std::uint16_t>(ny, nx));
-          if (excess <= threshold) continue;
-          hits.at<uchar>(ny, nx) = 255;
-          stack.push_back(ny * cols + nx);
-        }
-      }
-    }
-    // The charge cloud spills into the neighbouring samples and a track's flanks would hold the
-    // disc median up, so the hit grows by one sample and is refilled from what lies outside.
-    cv::dilate(hits, grown, kernel);
-    replacements.clear();
-    for (int y = 0; y < rows; ++y) {
-      const uchar* g = grown.ptr<uchar>(y);
-      for (int x = 0; x < cols; ++x) {
-        if (g[x] == 0) continue;
-        samples.clear();
-        for (const cv::Point& o : disc) {
-          const int sx = x + o.x;
-          const int sy = y + o.y;
-          if (sx < 0 || sx >= cols || sy < 0 || sy >= rows || grown.at<uchar>(sy, sx) != 0) {
-            continue;
-          }
-          samples.push_back(cleaned.at<float>(sy, sx));
-        }
-        const float value =
-            samples.empty()
-                ? static_cast<float>(discMedian.at<std::uint16_t>(y, x) - kShift + background)
-                : static_cast<float>(CRobustStatistics::MedianInPlace(samples));
-        replacements.emplace_back(y * cols + x, value);
-      }
-    }
-    for (const auto& r : replacements) cleaned.at<float>(r.first / cols, r.first % cols) = r.second;
-    replacedTotal += static_cast<int>(replacements.size());
-  }
-  return replacedTotal;
 }
 
 std::vector<CSpotDetector::Candidate> CSpotDetector::Segment(const cv::Mat& processed,
@@ -260,13 +69,13 @@ std::vector<CSpotDetector::Candidate> CSpotDetector::Segment(const cv::Mat& proc
   processed.convertTo(frame, CV_32F);
 
   FrameStatistics stats;
-  RobustStatistics(frame, stats.background, stats.noise);
+  CRobustStatistics::OfImage(frame, stats.background, stats.noise);
   stats.noise = std::max(stats.noise, kQuantizationNoise);
   stats.threshold = static_cast<double>(p.thresholdFactor) * stats.noise;
 
   cv::Mat cleaned;
-  stats.cosmicRayHits =
-      RemoveCosmicRays(frame, stats.background, p.cosmicRayRadius, p.cosmicRayThreshold, cleaned);
+  stats.cosmicRayHits = CCosmicRayCleaner::Clean(frame, stats.background, p.cosmicRayRadius,
+                                                 p.cosmicRayThreshold, cleaned);
 
   cv::Mat smoothed;
   if (p.smoothingSigma > 0) {
@@ -278,39 +87,49 @@ std::vector<CSpotDetector::Candidate> CSpotDetector::Segment(const cv::Mat& proc
   cv::subtract(smoothed, cv::Scalar(stats.background), excess);
   const cv::Mat above = excess > stats.threshold;
 
-  std::vector<std::vector<int>> members;
-  LabelComponents(above, footprintLabels, members);
+  // Raster-order labels: the component met first in a row-major scan gets label 1.
+  cv::Mat boxes, centres;
+  const int labelCount = cv::connectedComponentsWithStats(above, footprintLabels, boxes, centres, 8,
+                                                          CV_32S, cv::CCL_WU);
+  const size_t count = static_cast<size_t>(labelCount - 1);
+
+  // Centroid weights come from the smoothed frame (inside a footprint they are all above the
+  // threshold) and are summed in raster order; the peak is read from the cleaned frame.
+  std::vector<double> sw(count, 0.0), sx(count, 0.0), sy(count, 0.0);
+  std::vector<double> peaks(count, -std::numeric_limits<double>::infinity());
+  for (int y = 0; y < footprintLabels.rows; ++y) {
+    const int* l = footprintLabels.ptr<int>(y);
+    const float* e = excess.ptr<float>(y);
+    const float* c = cleaned.ptr<float>(y);
+    for (int x = 0; x < footprintLabels.cols; ++x) {
+      if (l[x] == 0) continue;
+      const size_t i = static_cast<size_t>(l[x] - 1);
+      const double w = e[x];
+      sw[i] += w;
+      sx[i] += w * x;
+      sy[i] += w * y;
+      peaks[i] = std::max(peaks[i], static_cast<double>(c[x]) - stats.background);
+    }
+  }
 
   const int cols = frame.cols;
   const int rows = frame.rows;
   const int margin = p.BorderMargin();
   const double minCircularity = p.MinCircularityPercent() / 100.0;
-  std::vector<Candidate> candidates(members.size());
-  for (size_t i = 0; i < members.size(); ++i) {
+  std::vector<Candidate> candidates(count);
+  for (size_t i = 0; i < count; ++i) {
     Candidate& c = candidates[i];
     DetectedObject& o = c.object;
-    const std::vector<int>& pixels = members[i];
-    int x0 = cols, y0 = rows, x1 = -1, y1 = -1;
-    double sw = 0.0, sx = 0.0, sy = 0.0;
-    double peak = -std::numeric_limits<double>::infinity();
-    for (const int index : pixels) {
-      const int y = index / cols;
-      const int x = index % cols;
-      x0 = std::min(x0, x);
-      x1 = std::max(x1, x);
-      y0 = std::min(y0, y);
-      y1 = std::max(y1, y);
-      // Weights from the smoothed frame: inside the footprint they are all above the threshold.
-      const double w = excess.at<float>(y, x);
-      sw += w;
-      sx += w * x;
-      sy += w * y;
-      peak = std::max(peak, static_cast<double>(cleaned.at<float>(y, x)) - stats.background);
-    }
+    const int* box = boxes.ptr<int>(static_cast<int>(i) + 1);
+    const int x0 = box[cv::CC_STAT_LEFT];
+    const int y0 = box[cv::CC_STAT_TOP];
+    const int x1 = x0 + box[cv::CC_STAT_WIDTH] - 1;
+    const int y1 = y0 + box[cv::CC_STAT_HEIGHT] - 1;
+    const double peak = peaks[i];
     o.label = static_cast<std::int32_t>(i + 1);
-    o.area = static_cast<double>(pixels.size());
-    o.centroidX = sx / sw;
-    o.centroidY = sy / sw;
+    o.area = static_cast<double>(box[cv::CC_STAT_AREA]);
+    o.centroidX = sx[i] / sw[i];
+    o.centroidY = sy[i] / sw[i];
     o.boxX = x0;
     o.boxY = y0;
     o.boxWidth = x1 - x0 + 1;
@@ -319,14 +138,14 @@ std::vector<CSpotDetector::Candidate> CSpotDetector::Segment(const cv::Mat& proc
     o.contour = OuterContour(footprintLabels, o.label, cv::Rect(x0, y0, o.boxWidth, o.boxHeight));
     const double perimeter = cv::arcLength(o.contour, true);
     o.circularity =
-        perimeter > 0.0 ? 4.0 * kPi * cv::contourArea(o.contour) / (perimeter * perimeter) : 0.0;
+        perimeter > 0.0 ? 4.0 * CV_PI * cv::contourArea(o.contour) / (perimeter * perimeter) : 0.0;
 
     if (mode_ == kModeSegmentation) continue;
     if (x0 < margin || y0 < margin || x1 >= cols - margin || y1 >= rows - margin) {
       c.rejection = Rejection::kBorder;
     } else if (o.area > p.maxObjectArea) {
       c.rejection = Rejection::kTooLarge;
-    } else if (std::sqrt(o.area / kPi) < p.minObjectRadius) {
+    } else if (std::sqrt(o.area / CV_PI) < p.minObjectRadius) {
       c.rejection = Rejection::kTooSmall;
     } else if (o.circularity < minCircularity) {
       c.rejection = Rejection::kNotRound;

@@ -3,11 +3,11 @@
 // Detect accepts any non-empty single-channel image (the plug-in hands it 32-bit float frames).
 //
 // Meaning of the nine AlgoParameters fields (the host's values in brackets):
-//   1 cosmicRayRadius [3]      disc radius of the cosmic-ray step (the disc median of
-//                              CFilterCosmicRay); 0 disables the step.
+//   1 cosmicRayRadius [3]      disc radius of the cosmic-ray step (CCosmicRayCleaner, on the
+//                              disc median of CFilterCosmicRay); 0 disables the step.
 //   2 cosmicRayThreshold [100] a sample more than this many ADU above the median of its disc is an
-//                              outlier; outliers that are also sharp (see RemoveCosmicRays) seed a
-//                              hit (cosmic ray, hot pixel), which is refilled from its
+//                              outlier; outliers that are also sharp (see CCosmicRayCleaner) seed
+//                              a hit (cosmic ray, hot pixel), which is refilled from its
 //                              surroundings.
 //   3 smoothingSigma [2]       sigma of the Gaussian smoothing (CGaussianBlur, separable) that the
 //                              threshold is applied to; 0 thresholds the cleaned frame itself.
@@ -83,7 +83,8 @@ class CSpotDetector {
   CSpotDetector();
   virtual ~CSpotDetector() = default;
 
-  // The host's parameter record: 3, 100, 2, 1000, 2, 3.2, 800, 0x00050046 and the given flag.
+  // The host's parameter record (ValidationAlgoParameters): 3, 100, 2, 1000, 2, 3.2, 800,
+  // 0x00050046 and the given flag.
   static AlgoParameters DefaultParameters(bool nominalMode = true);
 
   // Takes the parameters when they make sense (non-negative radius, threshold, sigma at most 50,
@@ -110,22 +111,6 @@ class CSpotDetector {
   // in raster order; footprintLabels (CV_32S) receives label index + 1 for every candidate.
   std::vector<Candidate> Segment(const cv::Mat& processed, cv::Mat& footprintLabels,
                                  FrameStatistics* statistics = nullptr) const;
-
-  // Median and robust noise (1.4826 * MAD) of a single-channel float frame; exact order
-  // statistics (mean of the two middle values for an even count), so any platform gives the
-  // same numbers.
-  static void RobustStatistics(const cv::Mat& frame32f, double& median, double& noise);
-
-  // The cosmic-ray step, repeated while it finds something (at most three passes). An outlier
-  // stands more than threshold above the median of its disc of the given radius (the core's
-  // 16-bit disc median). A seed is an outlier that stands out of its 3x3 median by more than
-  // twice the fine structure (3x3 median minus the disc median of the 3x3 median image, as in
-  // L.A.Cosmic) and is either a local maximum or loses more than 75 % of its height above the
-  // background to its 3x3 median (the end of a track). A hit is every outlier 8-connected to a
-  // seed; it grows by one sample in every direction and takes the median of the disc samples
-  // outside the grown mask. Float in, float out; returns the number of replaced samples.
-  static int RemoveCosmicRays(const cv::Mat& frame32f, double background, int radius, int threshold,
-                              cv::Mat& cleaned);
 
  private:
   AlgoParameters parameters_;

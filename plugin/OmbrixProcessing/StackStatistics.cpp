@@ -59,29 +59,6 @@ void StoreMeanRow(int depth, const double* acc, uchar* dst, int n, double count)
   }
 }
 
-// Element (row, i) of any depth as double; i counts channels within the row.
-double ElementAt(const cv::Mat& m, int row, int i) {
-  const uchar* p = m.ptr(row);
-  switch (m.depth()) {
-    case CV_8U:
-      return reinterpret_cast<const std::uint8_t*>(p)[i];
-    case CV_8S:
-      return reinterpret_cast<const std::int8_t*>(p)[i];
-    case CV_16U:
-      return reinterpret_cast<const std::uint16_t*>(p)[i];
-    case CV_16S:
-      return reinterpret_cast<const std::int16_t*>(p)[i];
-    case CV_32S:
-      return reinterpret_cast<const std::int32_t*>(p)[i];
-    case CV_32F:
-      return reinterpret_cast<const float*>(p)[i];
-    case CV_64F:
-      return reinterpret_cast<const double*>(p)[i];
-    default:
-      return static_cast<float>(reinterpret_cast<const cv::float16_t*>(p)[i]);
-  }
-}
-
 }  // namespace
 
 void CStackStatistics::Validate(const std::vector<cv::Mat>& images, const char* function) {
@@ -127,36 +104,4 @@ void CStackStatistics::Average(const std::vector<cv::Mat>& images, cv::Mat& dst)
     StoreMeanRow(depth, acc.data(), result.ptr(y), n, count);
   }
   dst = result;
-}
-
-cv::Mat CStackStatistics::MinimumReference(const std::vector<cv::Mat>& images) {
-  const cv::Mat& first = images.front();
-  cv::Mat result(first.rows, first.cols, CV_64FC(first.channels()));
-  const int n = first.cols * first.channels();
-  for (int y = 0; y < first.rows; ++y) {
-    for (int i = 0; i < n; ++i) {
-      double m = ElementAt(first, y, i);
-      for (const cv::Mat& image : images) m = std::min(m, ElementAt(image, y, i));
-      result.ptr<double>(y)[i] = m;
-    }
-  }
-  cv::Mat typed;
-  result.convertTo(typed, first.depth());
-  return typed;
-}
-
-cv::Mat CStackStatistics::AverageReference(const std::vector<cv::Mat>& images) {
-  const cv::Mat& first = images.front();
-  cv::Mat result(first.rows, first.cols, CV_64FC(first.channels()));
-  const int n = first.cols * first.channels();
-  for (int y = 0; y < first.rows; ++y) {
-    for (int i = 0; i < n; ++i) {
-      double sum = 0.0;
-      for (const cv::Mat& image : images) sum += ElementAt(image, y, i);
-      result.ptr<double>(y)[i] = sum / static_cast<double>(images.size());
-    }
-  }
-  cv::Mat typed;
-  result.convertTo(typed, first.depth());
-  return typed;
 }

@@ -21,8 +21,4 @@ class CStackStatistics {
   // StsBadArg "empty image list", StsBadArg "empty image in the list", StsUnmatchedSizes "images
   // differ in size", StsUnmatchedFormats "images differ in type".
   static void Validate(const std::vector<cv::Mat>& images, const char* function);
-
-  // Element-by-element references (through double), the oracles of the randomized tests.
-  static cv::Mat MinimumReference(const std::vector<cv::Mat>& images);
-  static cv::Mat AverageReference(const std::vector<cv::Mat>& images);
 };

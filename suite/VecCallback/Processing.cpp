@@ -6,11 +6,10 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <string>
-#include <vector>
-
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
 
 #include "DataFolder.h"
 #include "Harness.h"
@@ -164,37 +163,36 @@ TEST_CLASS(Stack) {
 
   TEST_METHOD(Minimum) {
     CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    std::shared_ptr<IOmbrixProcessing> plugin =
+        scenarios::MakeProcessingPlugin(collection, OMBRIX_PROCESSING_MODULE);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_8UC1, 1.0);
-    cv::Mat result;
-    plugin->StackMinimum(result, images);
+    const cv::Mat result = scenarios::RunStackSequence(*plugin, scenarios::StackScenario::kMinimum);
     Assert::IsTrue(result.at<uchar>(0, 0) == 0);
   }
 
   TEST_METHOD(Average_8U) {
     CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    std::shared_ptr<IOmbrixProcessing> plugin =
+        scenarios::MakeProcessingPlugin(collection, OMBRIX_PROCESSING_MODULE);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_8UC1, 10.0);
-    cv::Mat result;
-    plugin->StackAverage(result, images);
+    const cv::Mat result =
+        scenarios::RunStackSequence(*plugin, scenarios::StackScenario::kAverage8U);
     Assert::IsTrue(result.at<uchar>(0, 0) == 45);
   }
 
   TEST_METHOD(Average_32F) {
     CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
+    std::shared_ptr<IOmbrixProcessing> plugin =
+        scenarios::MakeProcessingPlugin(collection, OMBRIX_PROCESSING_MODULE);
     Assert::IsTrue(plugin != nullptr);
-    const std::vector<cv::Mat> images = scenarios::ConstantImages(CV_32FC1, 1.0);
-    cv::Mat result;
-    plugin->StackAverage(result, images);
+    const cv::Mat result =
+        scenarios::RunStackSequence(*plugin, scenarios::StackScenario::kAverage32F);
     Assert::IsTrue(result.at<float>(0, 0) == 4.5f);
   }
 };
 
-// The processing plug-in's scenarios. Their shared bodies (making the plug-in object, the
-// dark-reference sequence, the dark-chamber and light-source bodies) are in PluginScenarios.h.
+// The processing plug-in's scenarios: the bodies and the folder conventions are those of the
+// scenario library (PluginScenarios.h), run on the module next to the suite.
 
 // A failure value of -1.0 passes Pass_1 and Pass_2 and fails Fail_1.
 TEST_CLASS(VerifDarkChamber) {
@@ -206,18 +204,23 @@ TEST_CLASS(VerifDarkChamber) {
   }
 
   TEST_METHOD(Fail_1) {
-    const float value = scenarios::DarkChamberBody(*this, "DarkChamberFail");
+    const float value = DarkChamber("DarkChamberFail");
     Assert::IsTrue(value > 0.0f);
   }
 
   TEST_METHOD(Pass_1) {
-    const float value = scenarios::DarkChamberBody(*this, "DarkChamber");
+    const float value = DarkChamber("DarkChamber");
     Assert::IsTrue(!(value > 0.0f));
   }
 
   TEST_METHOD(Pass_2) {
-    const float value = scenarios::DarkChamberBody(*this, "DarkChamber2");
+    const float value = DarkChamber("DarkChamber2");
     Assert::IsTrue(!(value > 0.0f));
+  }
+
+ private:
+  float DarkChamber(const std::string& folder) const {
+    return scenarios::DarkChamberBody(OMBRIX_PROCESSING_MODULE, m_dataFolder + folder);
   }
 };
 
@@ -230,9 +233,9 @@ TEST_CLASS(LighSourceCalibration) {
   }
 
   TEST_METHOD(Repetability) {
-    const float first = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure1");
-    const float second = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure2");
-    const float third = scenarios::LightSourceBody(*this, "QT7M21013C" OMBRIX_SEP "Measure3");
+    const float first = LightSource(scenarios::kRepeatabilityFolders[0]);
+    const float second = LightSource(scenarios::kRepeatabilityFolders[1]);
+    const float third = LightSource(scenarios::kRepeatabilityFolders[2]);
     const float largest = std::max({first, second, third});
     const float smallest = std::min({first, second, third});
     Assert::IsTrue(!(largest - smallest > 0.005f));
@@ -244,10 +247,7 @@ TEST_CLASS(LighSourceCalibration) {
 
   // Runs the calibration on every source and checks nothing: it passes unless something throws.
   TEST_METHOD(SNQT7Mxxxxxx) {
-    const char* const folders[] = {"QT7M21013G", "QT7M21013F", "QT7M21013E", "QT7M21013D",
-                                   "QT7M21013B", "QT7M21013A", "QT7M21010A", "QT7M21013C",
-                                   "QT7M21010B", "QT7M21013H"};
-    for (const char* folder : folders) scenarios::LightSourceBody(*this, folder);
+    for (const char* folder : scenarios::kLightSourceFolders) LightSource(folder);
   }
 
   TEST_METHOD(QT7M21010B) { CheckFactor("QT7M21010B", 0.98178f); }
@@ -255,44 +255,17 @@ TEST_CLASS(LighSourceCalibration) {
   TEST_METHOD(QT7M21013H) { CheckFactor("QT7M21013H", 0.9908f); }
 
  private:
+  float LightSource(const std::string& folder) const {
+    return scenarios::LightSourceBody(OMBRIX_PROCESSING_MODULE, m_dataFolder + folder);
+  }
+
   // Two separate checks, each failing the test on its own; single precision throughout.
   void CheckFactor(const std::string& folder, float expected) {
-    const float value = scenarios::LightSourceBody(*this, folder);
+    const float value = LightSource(folder);
     Assert::IsTrue(!(value < 0.0f));
     Assert::IsTrue(!(std::fabs(value - expected) > 0.0001f));
   }
 };
-
-// The detection body: one image of a folder through the plug-in's detection sequence (parameters,
-// dark frames, the frame at 150 s, mode 2, detection with level 2 and true). The number of
-// detected objects, or -1 when the object is empty or the dark frames are refused. The list and
-// the images are declared after the plug-in pointer, so they go before it, and it before the
-// collection.
-template <class Test>
-static int DetectionBody(const Test& test, const std::string& subfolder,
-                         const std::string& imageName, const AlgoParameters& parameters) {
-  CFactoryCollection collection;
-  std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
-  if (!plugin) return -1;
-  plugin->SetAlgoParameters(parameters);
-  if (!plugin->LoadDarkFrames(test.m_dataFolder + subfolder + OMBRIX_SEP "Black_150s.tif",
-                              test.m_dataFolder + subfolder + OMBRIX_SEP "Black_1s.tif",
-                              std::string())) {
-    return -1;
-  }
-  plugin->BeginImage();
-  ExposedImage frame;
-  frame.image =
-      cv::imread(test.m_dataFolder + subfolder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED);
-  frame.exposure = 150.0f;
-  plugin->PushImage(frame);
-  plugin->SetAlgorithmMode(2);
-  std::vector<DetectedObject> objects;
-  cv::Mat firstImage;
-  cv::Mat secondImage;
-  plugin->DetectObjects(objects, firstImage, secondImage, 2, true);
-  return static_cast<int>(objects.size());
-}
 
 TEST_CLASS(VerifAlgo) {
  public:
@@ -312,9 +285,10 @@ TEST_CLASS(VerifAlgo) {
 
  private:
   // The record every method passes; only the flag differs.
-  int Run(const std::string& imageName, bool flag) {
-    const AlgoParameters parameters{3, 100, 2, 1000, 2, 3.2f, 800, 0x00050046u, flag};
-    return DetectionBody(*this, "ValidationAlgo1", imageName, parameters);
+  int Run(const std::string& imageName, bool flag) const {
+    return scenarios::DetectionBody(OMBRIX_PROCESSING_MODULE,
+                                    m_dataFolder + scenarios::kValidationFolder, imageName,
+                                    ValidationAlgoParameters(flag));
   }
 };
 
@@ -363,13 +337,14 @@ TEST_CLASS(MTF) {
   // Through the plug-in. The file names start with a separator although the folder ends in one.
   TEST_METHOD(TechnicianApproach) {
     CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin = scenarios::MakeProcessingPlugin(collection);
-    cv::Mat image = cv::imread(m_dataFolder + OMBRIX_SEP "FTM.tif", cv::IMREAD_UNCHANGED);
-    float value = plugin->ComputeMtf(image);
+    std::shared_ptr<IOmbrixProcessing> plugin =
+        scenarios::MakeProcessingPlugin(collection, OMBRIX_PROCESSING_MODULE);
+    float value =
+        scenarios::MeasureTechnicianChart(*plugin, m_dataFolder + scenarios::kTechnicianCharts[0]);
     Assert::IsTrue(value >= 47.0f);
     Assert::IsTrue(48.0f >= value);
-    image = cv::imread(m_dataFolder + OMBRIX_SEP "TestEntreeFTM.tif", cv::IMREAD_UNCHANGED);
-    value = plugin->ComputeMtf(image);
+    value =
+        scenarios::MeasureTechnicianChart(*plugin, m_dataFolder + scenarios::kTechnicianCharts[1]);
     Assert::IsTrue(value >= 37.0f);
     Assert::IsTrue(38.0f >= value);
   }

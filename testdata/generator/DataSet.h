@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <opencv2/core.hpp>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ class Output {
 using GenerateFn = void (*)(Output& out);
 
 bool RegisterDataSet(const char* name, GenerateFn generate);
+
+// Every set linked into the program, by name.
+std::map<std::string, GenerateFn>& Registry();
 
 }  // namespace datagen
 

@@ -23,8 +23,6 @@
 namespace datagen {
 namespace {
 
-constexpr double kPi = 3.14159265358979323846;
-
 struct Blob {
   double x, y, sigmaX, sigmaY, amplitude;
 };
@@ -66,7 +64,7 @@ cv::Mat MakeMedianSource(std::ostringstream& record) {
     for (int x = 0; x < kCols; ++x) {
       // Background with a gentle gradient and a slow ripple.
       double v = 1500.0 + 1.2 * x + 0.8 * y +
-                 300.0 * std::sin(2.0 * kPi * x / 173.0) * std::cos(2.0 * kPi * y / 131.0);
+                 300.0 * std::sin(2.0 * CV_PI * x / 173.0) * std::cos(2.0 * CV_PI * y / 131.0);
       v += BlobSum(blobs, x, y);
       // Sharp features: a bright bar with step edges, a dark square, a thin bright line and a
       // disc with a hard rim.
@@ -163,7 +161,7 @@ void MakeCosmicRayFrames(cv::Mat& clean, cv::Mat& hit, std::ostringstream& recor
       }
     } else {
       const int length = rng.Int(3, 8);
-      const double angle = rng.Uniform(0.0, kPi);
+      const double angle = rng.Uniform(0.0, CV_PI);
       const double amplitude = LogUniform(rng, 300.0, 30000.0);
       for (int i = 0; i < length; ++i) {
         const int x = x0 + static_cast<int>(std::lround(i * std::cos(angle)));

@@ -97,7 +97,7 @@ inline ChartShape DiscShape(cv::Point2d centre, double radius, double delta) {
 // Corners of a square target border (side `side`), starting at the corner that is top-left
 // before the turn, in the order top-left, top-right, bottom-right, bottom-left.
 inline std::vector<cv::Point2d> SquareCorners(cv::Point2d centre, double side, double tiltDegrees) {
-  const double t = tiltDegrees * 3.141592653589793 / 180.0;
+  const double t = tiltDegrees * CV_PI / 180.0;
   const double c = std::cos(t), s = std::sin(t), h = 0.5 * side;
   std::vector<cv::Point2d> corners;
   for (const cv::Point2d q :

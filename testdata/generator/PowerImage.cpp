@@ -30,7 +30,6 @@ namespace {
 
 constexpr int kRows = 512;
 constexpr int kCols = 512;
-constexpr double kPi = 3.14159265358979323846;
 constexpr std::uint64_t kSpotSeed = 20260521;
 constexpr std::uint64_t kNoiseSeed = 20260522;
 constexpr int kRandomSpots = 24;
@@ -49,7 +48,7 @@ const Spot kSecondProbe = {126.0, 55.0, 2.4, 0.0};
 
 double Background(double x, double y) {
   return 300.0 + 0.3 * x + 0.2 * y +
-         12.0 * std::sin(2.0 * kPi * x / 233.0) * std::cos(2.0 * kPi * y / 181.0);
+         12.0 * std::sin(2.0 * CV_PI * x / 233.0) * std::cos(2.0 * CV_PI * y / 181.0);
 }
 
 std::vector<Spot> RandomSpots() {

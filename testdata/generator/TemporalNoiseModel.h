@@ -35,6 +35,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <opencv2/core.hpp>
 
 namespace datagen {
 namespace temporal_noise {
@@ -61,11 +62,9 @@ constexpr int kRegionX = 924;
 constexpr int kRegionY = 924;
 constexpr int kRegionSize = 200;
 
-constexpr double kPi = 3.14159265358979323846;
-
 // True temporal noise of the pixel at column x, row y.
 inline double TrueSigma(int x, int y) {
-  const double u = std::cos(2.0 * kPi * x / kPeriod) * std::cos(2.0 * kPi * y / kPeriod);
+  const double u = std::cos(2.0 * CV_PI * x / kPeriod) * std::cos(2.0 * CV_PI * y / kPeriod);
   return kSigma0 * (1.0 + kModulation * u) + kRampPerColumn * (x - (kCols - 1) / 2.0);
 }
 
@@ -78,7 +77,7 @@ inline double EffectiveSigma(int x, int y) {
 // c4(n) = E[s] / sigma for n normal samples, through Gamma(n / 2) / Gamma((n - 1) / 2), which
 // grows by the recurrence r(n + 1) = (n - 1) / (2 r(n)) from r(2) = 1 / sqrt(pi).
 inline double C4(int n) {
-  double ratio = 1.0 / std::sqrt(kPi);
+  double ratio = 1.0 / std::sqrt(CV_PI);
   for (int m = 2; m < n; ++m) ratio = (m - 1) / (2.0 * ratio);
   return std::sqrt(2.0 / (n - 1)) * ratio;
 }

@@ -7,10 +7,6 @@
 
 #include "DataSet.h"
 
-namespace datagen {
-std::map<std::string, GenerateFn>& Registry();
-}
-
 int main(int argc, char** argv) {
   auto& registry = datagen::Registry();
   if (argc < 3) {

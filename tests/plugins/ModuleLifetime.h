@@ -5,16 +5,8 @@
 #include <filesystem>
 #include <string>
 
+#include "DynamicLibrary.h"
 #include "PluginEvents.h"
-
-#if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
 
 namespace {
 
@@ -22,19 +14,7 @@ const char g_moduleMarker = 0;
 
 // File stem of the module holding this code, as the loader was given it.
 std::string ThisModuleName() {
-#if defined(_WIN32)
-  HMODULE module = nullptr;
-  GetModuleHandleExW(
-      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-      reinterpret_cast<LPCWSTR>(&g_moduleMarker), &module);
-  wchar_t fileName[4096] = {};
-  GetModuleFileNameW(module, fileName, 4096);
-  return std::filesystem::path(fileName).stem().string();
-#else
-  Dl_info info{};
-  dladdr(&g_moduleMarker, &info);
-  return std::filesystem::path(info.dli_fname != nullptr ? info.dli_fname : "").stem().string();
-#endif
+  return DynamicLibrary::ModuleFileOf(&g_moduleMarker).stem().string();
 }
 
 void RecordModuleEvent(const std::string& what) {

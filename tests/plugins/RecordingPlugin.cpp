@@ -16,46 +16,25 @@ class CRecordingProcessing : public IOmbrixProcessing {
   }
   ~CRecordingProcessing() override { RecordModuleEvent("destroy"); }
 
-  void Reserved01() override {}
-  void Reserved02() override {}
-  void Reserved03() override {}
-  void Reserved04() override {}
-  void Reserved05() override {}
-  void Reserved06() override {}
   bool LoadDarkFrames(const std::string& longDark, const std::string& shortDark,
                       const std::string& bias) override {
     RecordModuleEvent("LoadDarkFrames " + longDark + "|" + shortDark + "|" + bias);
     return false;
   }
-  void Reserved08() override {}
-  void Reserved09() override {}
-  void Reserved10() override {}
   float ComputeLightSourceFactor(const cv::Mat&) override { return -1.0f; }
   int CountDarkChamberDefects(const cv::Mat&) override { return -1; }
   float ComputeMtf(const cv::Mat& target) override { return static_cast<float>(target.cols); }
-  void Reserved14() override {}
   void SetAlgorithmMode(int mode) override {
     RecordModuleEvent("SetAlgorithmMode " + std::to_string(mode));
   }
-  void Reserved16() override {}
-  void Reserved17() override {}
   void BeginImage() override {}
   void PushImage(const ExposedImage&) override {}
   cv::Mat GetProcessedImage() override { return cv::Mat(); }
-  void Reserved21() override {}
-  void Reserved22() override {}
-  void Reserved23() override {}
-  void Reserved24() override {}
-  void Reserved25() override {}
-  void Reserved26() override {}
   bool SetAlgoParameters(const AlgoParameters&) override { return true; }
-  void Reserved28() override {}
   void DetectObjects(std::vector<DetectedObject>& objects, cv::Mat&, cv::Mat&, int level,
                      bool) override {
     objects.resize(static_cast<std::size_t>(level));
   }
-  void Reserved30() override {}
-  void Reserved31() override {}
   void StackMinimum(cv::Mat&, const std::vector<cv::Mat>&) override {}
   void StackAverage(cv::Mat&, const std::vector<cv::Mat>&) override {}
 };

@@ -1,0 +1,162 @@
+#include "PluginScenarios.h"
+
+#include <opencv2/imgcodecs.hpp>
+
+namespace scenarios {
+
+std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& collection,
+                                                        const std::string& modulePath) {
+  collection.m_factoryProcessing.Load(modulePath);
+  return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+}
+
+float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& folder,
+                               FrameKeeping keeping, const DarkReferenceFinish& finish) {
+  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
+    return -1.0f;
+  }
+  std::vector<cv::String> files;
+  cv::glob(folder + kRawFramePattern, files, false);
+  if (files.empty()) return -1.0f;
+  std::vector<cv::Mat> processed;
+  for (const cv::String& file : files) {
+    plugin.BeginImage();
+    const cv::Mat image = cv::imread(file, cv::IMREAD_UNCHANGED);
+    ExposedImage frame;
+    frame.image = image;
+    frame.exposure = kExposure;
+    plugin.PushImage(frame);
+    cv::Mat result = plugin.GetProcessedImage();
+    if (keeping == FrameKeeping::kDeepCopy) {
+      cv::Mat copy;
+      result.copyTo(copy);
+      processed.push_back(copy);
+    } else {
+      processed.push_back(result);
+    }
+  }
+  cv::Mat minimum = processed.front().clone();
+  for (const cv::Mat& frame : processed) cv::min(minimum, frame, minimum);
+  return finish(plugin, minimum);
+}
+
+float DarkReferenceBody(const std::string& modulePath, const std::string& folder,
+                        FrameKeeping keeping, const DarkReferenceFinish& finish) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection, modulePath);
+  if (!plugin) return -1.0f;
+  return RunDarkReferenceSequence(*plugin, folder, keeping, finish);
+}
+
+namespace {
+
+float CountDefects(IOmbrixProcessing& plugin, const cv::Mat& minimum) {
+  return static_cast<float>(plugin.CountDarkChamberDefects(minimum));
+}
+
+float LightSourceFactor(IOmbrixProcessing& plugin, const cv::Mat& minimum) {
+  return plugin.ComputeLightSourceFactor(minimum);
+}
+
+}  // namespace
+
+float RunDarkChamberSequence(IOmbrixProcessing& plugin, const std::string& folder) {
+  return RunDarkReferenceSequence(plugin, folder, FrameKeeping::kDeepCopy, CountDefects);
+}
+
+float DarkChamberBody(const std::string& modulePath, const std::string& folder) {
+  return DarkReferenceBody(modulePath, folder, FrameKeeping::kDeepCopy, CountDefects);
+}
+
+float RunLightSourceSequence(IOmbrixProcessing& plugin, const std::string& folder) {
+  return RunDarkReferenceSequence(plugin, folder, FrameKeeping::kShared, LightSourceFactor);
+}
+
+float LightSourceBody(const std::string& modulePath, const std::string& folder) {
+  return DarkReferenceBody(modulePath, folder, FrameKeeping::kShared, LightSourceFactor);
+}
+
+DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::string& folder,
+                                     const std::string& imageName,
+                                     const AlgoParameters& parameters) {
+  DetectionOutput output;
+  plugin.SetAlgoParameters(parameters);
+  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
+    return output;
+  }
+  plugin.BeginImage();
+  ExposedImage frame;
+  frame.image = cv::imread(folder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED);
+  frame.exposure = kExposure;
+  plugin.PushImage(frame);
+  plugin.SetAlgorithmMode(2);
+  plugin.DetectObjects(output.objects, output.labelImage, output.overlayImage, 2, true);
+  output.completed = true;
+  return output;
+}
+
+int DetectionBody(const std::string& modulePath, const std::string& folder,
+                  const std::string& imageName, const AlgoParameters& parameters) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection, modulePath);
+  if (!plugin) return -1;
+  const DetectionOutput output = RunDetectionSequence(*plugin, folder, imageName, parameters);
+  return output.Count();
+}
+
+float MeasureTechnicianChart(IOmbrixProcessing& plugin, const std::string& imagePath) {
+  const cv::Mat image = cv::imread(imagePath, cv::IMREAD_UNCHANGED);
+  return plugin.ComputeMtf(image);
+}
+
+std::vector<float> TechnicianBody(const std::string& modulePath, const std::string& dataFolder) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection, modulePath);
+  std::vector<float> values;
+  for (const char* chart : kTechnicianCharts) {
+    values.push_back(MeasureTechnicianChart(*plugin, dataFolder + chart));
+  }
+  return values;
+}
+
+std::vector<cv::Mat> ConstantImages(int type, double step) {
+  std::vector<cv::Mat> images;
+  for (int i = 0; i < 10; ++i) {
+    cv::Mat image = cv::Mat::zeros(3, 3, type);
+    image.setTo(cv::Scalar(i * step));
+    images.push_back(image);
+  }
+  return images;
+}
+
+std::vector<cv::Mat> StackImages(StackScenario scenario) {
+  switch (scenario) {
+    case StackScenario::kMinimum:
+      return ConstantImages(CV_8UC1, 1.0);
+    case StackScenario::kAverage8U:
+      return ConstantImages(CV_8UC1, 10.0);
+    case StackScenario::kAverage32F:
+      return ConstantImages(CV_32FC1, 1.0);
+  }
+  return {};
+}
+
+cv::Mat RunStackSequence(IOmbrixProcessing& plugin, StackScenario scenario) {
+  const std::vector<cv::Mat> images = StackImages(scenario);
+  cv::Mat result;
+  if (scenario == StackScenario::kMinimum) {
+    plugin.StackMinimum(result, images);
+  } else {
+    plugin.StackAverage(result, images);
+  }
+  return result;
+}
+
+cv::Mat StackBody(const std::string& modulePath, StackScenario scenario) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeProcessingPlugin(collection, modulePath);
+  if (!plugin) return cv::Mat();
+  return RunStackSequence(*plugin, scenario);
+}
+
+}  // namespace scenarios

@@ -1,0 +1,25 @@
+# Checks that a plug-in module exports exactly the entries named in EXPECTED (a ';' list, empty for
+# none) among its defined dynamic symbols, ignoring the markers the linker itself adds.
+#   cmake -DMODULE=<file> -DNM=<nm> [-DEXPECTED=GetInstance] -P CheckModuleExports.cmake
+execute_process(COMMAND ${NM} -D --defined-only ${MODULE}
+                OUTPUT_VARIABLE listing RESULT_VARIABLE failed)
+if(failed)
+  message(FATAL_ERROR "${NM} failed on ${MODULE}")
+endif()
+string(REPLACE "\n" ";" lines "${listing}")
+set(exported)
+foreach(line ${lines})
+  if(line MATCHES "^[0-9a-fA-F]* *[A-Za-z] +([^ ]+)$")
+    set(name ${CMAKE_MATCH_1})
+    if(NOT name MATCHES "^(_init|_fini|_edata|_end|__bss_start)$")
+      list(APPEND exported ${name})
+    endif()
+  endif()
+endforeach()
+list(SORT exported)
+set(expected ${EXPECTED})
+list(SORT expected)
+if(NOT "${exported}" STREQUAL "${expected}")
+  message(FATAL_ERROR "${MODULE} exports [${exported}], expected [${expected}]")
+endif()
+message(STATUS "${MODULE} exports [${exported}]")

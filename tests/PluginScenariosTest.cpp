@@ -1,0 +1,178 @@
+// The scenario library: the failure values and their asymmetry in the suite's verdicts, a folder
+// with one raw frame, the generated folders through the loaded module, the two ways of keeping
+// processed frames, the detection sequence's objects and images, the technician's charts and the
+// stack scenarios, and an empty plug-in object.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <iterator>
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <string>
+#include <vector>
+
+#include "OmbrixProcessing.h"
+#include "PluginScenarios.h"
+#include "ProcessingHelpers.h"
+
+namespace {
+
+using testprocessing::DarkPair;
+using testprocessing::kData;
+using testprocessing::MakeDarks;
+using testprocessing::TempFolder;
+
+const std::string kModule = OMBRIX_TEST_PROCESSING_MODULE;
+
+// A scenario folder holding the two master darks.
+std::string DarkFolder(const TempFolder& root, const std::string& name, const DarkPair& darks) {
+  const std::string folder = root.Path() + name;
+  std::filesystem::create_directories(folder);
+  cv::imwrite(folder + scenarios::kLongDarkFile, darks.d150);
+  cv::imwrite(folder + scenarios::kShortDarkFile, darks.d1);
+  return folder;
+}
+
+TEST(PluginScenarios, FailureValueMinusOnePassesPass1AndFailsFail1) {
+  TempFolder root("no_raw");
+  const std::string folder = DarkFolder(root, "Chamber", MakeDarks(8, 8));
+  const float value = scenarios::DarkChamberBody(kModule, folder);
+  EXPECT_EQ(value, -1.0f);
+  EXPECT_TRUE(!(value > 0.0f));  // Pass_1's criterion holds
+  EXPECT_FALSE(value > 0.0f);    // Fail_1's does not
+  EXPECT_EQ(scenarios::LightSourceBody(kModule, root.Path() + "Missing"), -1.0f);
+}
+
+TEST(PluginScenarios, AFolderWithOneRawFrameGivesThatFramesValue) {
+  TempFolder root("one_raw");
+  const DarkPair darks = MakeDarks(64, 64);
+  const std::string folder = DarkFolder(root, "Source", darks);
+  cv::Mat raw;
+  darks.d150.convertTo(raw, CV_16U);
+  raw += cv::Scalar(19816);
+  cv::imwrite(folder + OMBRIX_SEP "RawSignal_1.tif", raw);
+  EXPECT_EQ(scenarios::LightSourceBody(kModule, folder), 0.9908f);
+  EXPECT_EQ(scenarios::DarkChamberBody(kModule, folder), 0.0f);
+}
+
+TEST(PluginScenarios, GeneratedFoldersThroughTheLoadedModule) {
+  EXPECT_EQ(scenarios::DarkChamberBody(kModule, kData + "DarkChamber"), 0.0f);
+  EXPECT_GT(scenarios::DarkChamberBody(kModule, kData + "DarkChamberFail"), 0.0f);
+  EXPECT_NEAR(scenarios::LightSourceBody(kModule, kData + "QT7M21013H"), 0.9908f, 2e-5f);
+}
+
+// A plug-in that hands back one buffer for every frame, which the sequence must not hide.
+class CReusingPlugin : public COmbrixProcessing {
+ public:
+  void PushImage(const ExposedImage& frame) override { frame.image.convertTo(buffer_, CV_32F); }
+  cv::Mat GetProcessedImage() override { return buffer_; }
+
+ private:
+  cv::Mat buffer_;
+};
+
+TEST(PluginScenarios, SharedResultRepeatsABufferThePluginReuses) {
+  TempFolder root("reused");
+  const DarkPair darks = MakeDarks(8, 8);
+  const std::string folder = DarkFolder(root, "Run", darks);
+  cv::imwrite(folder + OMBRIX_SEP "RawSignal_1.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(100)));
+  cv::imwrite(folder + OMBRIX_SEP "RawSignal_2.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(300)));
+  cv::imwrite(folder + OMBRIX_SEP "RawSignal_3.tif", cv::Mat(8, 8, CV_16U, cv::Scalar(200)));
+  const auto corner = [](IOmbrixProcessing&, const cv::Mat& minimum) {
+    return minimum.at<float>(0, 0);
+  };
+  CReusingPlugin reusing;
+  // Deep copies keep every frame; shared results are the one buffer, holding the last frame.
+  EXPECT_EQ(scenarios::RunDarkReferenceSequence(reusing, folder, scenarios::FrameKeeping::kDeepCopy,
+                                                corner),
+            100.0f);
+  EXPECT_EQ(scenarios::RunDarkReferenceSequence(reusing, folder, scenarios::FrameKeeping::kShared,
+                                                corner),
+            200.0f);
+  // Our plug-in gives every frame its own buffer, so both ways agree (raw minus the 150 s dark).
+  COmbrixProcessing plugin;
+  const float darkCorner = darks.d150.at<std::uint16_t>(0, 0);
+  EXPECT_EQ(
+      scenarios::RunDarkReferenceSequence(plugin, folder, scenarios::FrameKeeping::kShared, corner),
+      100.0f - darkCorner);
+}
+
+TEST(PluginScenarios, DetectionSequenceHandsBackTheObjectsAndBothImages) {
+  COmbrixProcessing plugin;
+  const scenarios::DetectionOutput output = scenarios::RunDetectionSequence(
+      plugin, kData + scenarios::kValidationFolder, "PTC.tif", ValidationAlgoParameters(true));
+  ASSERT_TRUE(output.completed);
+  ASSERT_FALSE(output.objects.empty());
+  EXPECT_EQ(output.Count(), static_cast<int>(output.objects.size()));
+  // Level 2: the label image numbers the objects from 1, the overlay marks them.
+  ASSERT_EQ(output.labelImage.type(), CV_32SC1);
+  double maxLabel = 0.0;
+  cv::minMaxLoc(output.labelImage, nullptr, &maxLabel);
+  EXPECT_EQ(maxLabel, static_cast<double>(output.objects.size()));
+  EXPECT_EQ(cv::countNonZero(output.overlayImage), cv::countNonZero(output.labelImage));
+  // Contours are kept.
+  for (const DetectedObject& object : output.objects) EXPECT_FALSE(object.contour.empty());
+  // The self-contained body on the loaded module counts the same objects.
+  EXPECT_EQ(scenarios::DetectionBody(kModule, kData + scenarios::kValidationFolder, "PTC.tif",
+                                     ValidationAlgoParameters(true)),
+            output.Count());
+}
+
+TEST(PluginScenarios, DetectionGivesUpWhenTheDarkFramesAreRefused) {
+  TempFolder root("no_darks");
+  COmbrixProcessing plugin;
+  const scenarios::DetectionOutput output = scenarios::RunDetectionSequence(
+      plugin, root.Path() + "Missing", "PTC.tif", ValidationAlgoParameters(true));
+  EXPECT_FALSE(output.completed);
+  EXPECT_TRUE(output.objects.empty());
+  EXPECT_EQ(output.Count(), -1);
+  EXPECT_EQ(scenarios::DetectionBody(kModule, root.Path() + "Missing", "PTC.tif",
+                                     ValidationAlgoParameters(false)),
+            -1);
+}
+
+TEST(PluginScenarios, TechnicianChartsCarryADoubledSeparatorThatIsAccepted) {
+  // The data folder ends in a separator and each chart name starts with one.
+  for (const char* chart : scenarios::kTechnicianCharts) {
+    EXPECT_EQ(std::string(chart).substr(0, 1), OMBRIX_SEP);
+    EXPECT_FALSE(cv::imread(kData + chart, cv::IMREAD_UNCHANGED).empty()) << chart;
+  }
+}
+
+TEST(PluginScenarios, TechnicianBodyMeasuresEveryChartOnOneObject) {
+  const std::vector<float> values = scenarios::TechnicianBody(kModule, kData);
+  ASSERT_EQ(values.size(), std::size(scenarios::kTechnicianCharts));
+  COmbrixProcessing plugin;
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    EXPECT_EQ(values[i],
+              scenarios::MeasureTechnicianChart(plugin, kData + scenarios::kTechnicianCharts[i]))
+        << scenarios::kTechnicianCharts[i];
+  }
+}
+
+TEST(PluginScenarios, StackScenariosThroughTheLoadedModule) {
+  const cv::Mat minimum = scenarios::StackBody(kModule, scenarios::StackScenario::kMinimum);
+  const cv::Mat average8 = scenarios::StackBody(kModule, scenarios::StackScenario::kAverage8U);
+  const cv::Mat average32 = scenarios::StackBody(kModule, scenarios::StackScenario::kAverage32F);
+  EXPECT_EQ(minimum.at<uchar>(0, 0), 0);
+  EXPECT_EQ(average8.at<uchar>(0, 0), 45);
+  EXPECT_EQ(average32.at<float>(0, 0), 4.5f);
+  const std::vector<cv::Mat> images = scenarios::StackImages(scenarios::StackScenario::kAverage8U);
+  ASSERT_EQ(images.size(), 10u);
+  EXPECT_EQ(images[9].at<uchar>(2, 2), 90);
+  EXPECT_EQ(images[9].size(), cv::Size(3, 3));
+}
+
+TEST(PluginScenarios, AnEmptyPluginObjectGivesTheFailureValues) {
+  // This module's entry declines to make an object.
+  const std::string declining = OMBRIX_TEST_NULL_PLUGIN;
+  EXPECT_EQ(scenarios::DarkChamberBody(declining, kData + "DarkChamber"), -1.0f);
+  EXPECT_EQ(scenarios::LightSourceBody(declining, kData + "QT7M21013H"), -1.0f);
+  EXPECT_EQ(scenarios::DetectionBody(declining, kData + scenarios::kValidationFolder, "PTC.tif",
+                                     ValidationAlgoParameters(true)),
+            -1);
+  EXPECT_TRUE(scenarios::StackBody(declining, scenarios::StackScenario::kMinimum).empty());
+}
+
+}  // namespace
