@@ -71,6 +71,7 @@ void DiscMedian(benchmark::State& state) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
+BENCHMARK(DiscMedian)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void DiscMedianReference(benchmark::State& state) {
   const cv::Mat& src = Frame();
@@ -81,6 +82,12 @@ void DiscMedianReference(benchmark::State& state) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
+BENCHMARK(DiscMedianReference)
+    ->Arg(10)
+    ->Arg(3)
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // The filter, or its straightforward form (full disc median by the fast body, difference, map,
 // copy).
@@ -97,14 +104,6 @@ void CosmicRay(benchmark::State& state, bool straightforward) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
-
-BENCHMARK(DiscMedian)->Arg(10)->Arg(3)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(DiscMedianReference)
-    ->Arg(10)
-    ->Arg(3)
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
 BENCHMARK_CAPTURE(CosmicRay, Pruned, false)
     ->Arg(10)
     ->Arg(3)
@@ -116,6 +115,24 @@ BENCHMARK_CAPTURE(CosmicRay, Straightforward, true)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
+// Before the benchmarks: how many stripes the disc median runs.
+void Prepare() {
+  std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
+              std::max(cv::getNumThreads() - 1, 1));
+}
+
+void PrintRatios(const ombrix_bench::CRatioReporter& reporter) {
+  std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
+  reporter.PrintRatio("disc median radius 10 (reference body)",
+                      "DiscMedianReference/10/iterations:1/real_time", "DiscMedian/10/real_time");
+  reporter.PrintRatio("disc median radius 3 (reference body)",
+                      "DiscMedianReference/3/iterations:1/real_time", "DiscMedian/3/real_time");
+  reporter.PrintRatio("cosmic-ray radius 10, threshold 100",
+                      "CosmicRay/Straightforward/10/real_time", "CosmicRay/Pruned/10/real_time");
+  reporter.PrintRatio("cosmic-ray radius 3, threshold 100", "CosmicRay/Straightforward/3/real_time",
+                      "CosmicRay/Pruned/3/real_time");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -125,25 +142,5 @@ int main(int argc, char** argv) {
     const std::string path = std::string(argv[1]).substr(writeFrame.size());
     return cv::imwrite(path, Frame(), {cv::IMWRITE_TIFF_COMPRESSION, 1}) ? 0 : 1;
   }
-  return ombrix_bench::RunBenchmarksWithRatios(
-      argc, argv, 44,
-      [] {
-        std::printf("OpenCV threads: %d (the disc median runs %d stripe(s))\n", cv::getNumThreads(),
-                    std::max(cv::getNumThreads() - 1, 1));
-      },
-      [](const ombrix_bench::CRatioReporter& reporter) {
-        std::printf("\nSpeed-up over the straightforward form, same run, 2048 x 2048:\n");
-        reporter.PrintRatio("disc median radius 10 (reference body)",
-                            "DiscMedianReference/10/iterations:1/real_time",
-                            "DiscMedian/10/real_time");
-        reporter.PrintRatio("disc median radius 3 (reference body)",
-                            "DiscMedianReference/3/iterations:1/real_time",
-                            "DiscMedian/3/real_time");
-        reporter.PrintRatio("cosmic-ray radius 10, threshold 100",
-                            "CosmicRay/Straightforward/10/real_time",
-                            "CosmicRay/Pruned/10/real_time");
-        reporter.PrintRatio("cosmic-ray radius 3, threshold 100",
-                            "CosmicRay/Straightforward/3/real_time",
-                            "CosmicRay/Pruned/3/real_time");
-      });
+  return ombrix_bench::RunBenchmarksWithRatios(argc, argv, 44, Prepare, PrintRatios);
 }

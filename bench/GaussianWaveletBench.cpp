@@ -67,6 +67,12 @@ void Blur(benchmark::State& state, bool separable) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
+BENCHMARK_CAPTURE(Blur, TwoD, false)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(Blur, Separable, true)
+    ->Arg(2)
+    ->Arg(7)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // OpenCV's Gaussian blur of the same size and sigma.
 void OpenCvGaussianBlur(benchmark::State& state) {
@@ -78,6 +84,7 @@ void OpenCvGaussianBlur(benchmark::State& state) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
+BENCHMARK(OpenCvGaussianBlur)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // OpenCV's separable filter with the blur's own taps, normalised.
 void OpenCvSepFilter(benchmark::State& state) {
@@ -90,6 +97,7 @@ void OpenCvSepFilter(benchmark::State& state) {
     benchmark::DoNotOptimize(dst.data);
   }
 }
+BENCHMARK(OpenCvSepFilter)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void WaveletDecompose(benchmark::State& state) {
   CWavelet wavelet(kB3, 4.0f);
@@ -98,6 +106,7 @@ void WaveletDecompose(benchmark::State& state) {
     benchmark::DoNotOptimize(wavelet.Details().back().data);
   }
 }
+BENCHMARK(WaveletDecompose)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void WaveletDecomposeAndExtract(benchmark::State& state) {
   CWavelet wavelet(kB3, 4.0f);
@@ -109,6 +118,7 @@ void WaveletDecomposeAndExtract(benchmark::State& state) {
     benchmark::DoNotOptimize(out.data);
   }
 }
+BENCHMARK(WaveletDecomposeAndExtract)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The decomposition's smoothing alone as OpenCV's separable filter: seven levels in signed
 // 16-bit with the kernel dilated at each level, and the subtraction.
@@ -136,47 +146,36 @@ void OpenCvSepFilterSevenLevels(benchmark::State& state) {
     benchmark::DoNotOptimize(detail.data);
   }
 }
-
-BENCHMARK_CAPTURE(Blur, TwoD, false)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK_CAPTURE(Blur, Separable, true)
-    ->Arg(2)
-    ->Arg(7)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime();
-BENCHMARK(OpenCvGaussianBlur)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(OpenCvSepFilter)->Arg(2)->Arg(7)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(WaveletDecompose)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(WaveletDecomposeAndExtract)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(OpenCvSepFilterSevenLevels)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Before the benchmarks: the thread count, and the frame rendered so that no timing pays for it.
+void Prepare() {
+  std::printf("OpenCV threads: %d\n", cv::getNumThreads());
+  Frame();
+}
+
+void PrintRatios(const ombrix_bench::CRatioReporter& reporter) {
+  std::printf("\nOur time over OpenCV's in the same run, 2048 x 2048 16-bit (lower is faster):\n");
+  for (const char* sigma : {"2", "7"}) {
+    const std::string s(sigma);
+    reporter.PrintRatio("Apply 2-D, sigma " + s + " / cv::GaussianBlur",
+                        "Blur/TwoD/" + s + "/real_time", "OpenCvGaussianBlur/" + s + "/real_time");
+    reporter.PrintRatio("Apply separable, sigma " + s + " / cv::sepFilter2D",
+                        "Blur/Separable/" + s + "/real_time",
+                        "OpenCvSepFilter/" + s + "/real_time");
+    reporter.PrintRatio("Apply separable, sigma " + s + " / cv::GaussianBlur",
+                        "Blur/Separable/" + s + "/real_time",
+                        "OpenCvGaussianBlur/" + s + "/real_time");
+  }
+  reporter.PrintRatio("Decompose / 7 levels of cv::sepFilter2D", "WaveletDecompose/real_time",
+                      "OpenCvSepFilterSevenLevels/real_time");
+  reporter.PrintRatio("Decompose + ExtractStructures / 7 sepFilter2D",
+                      "WaveletDecomposeAndExtract/real_time",
+                      "OpenCvSepFilterSevenLevels/real_time");
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return ombrix_bench::RunBenchmarksWithRatios(
-      argc, argv, 48,
-      [] {
-        std::printf("OpenCV threads: %d\n", cv::getNumThreads());
-        Frame();
-      },
-      [](const ombrix_bench::CRatioReporter& reporter) {
-        std::printf(
-            "\nOur time over OpenCV's in the same run, 2048 x 2048 16-bit (lower is faster):\n");
-        for (const char* sigma : {"2", "7"}) {
-          const std::string s(sigma);
-          reporter.PrintRatio("Apply 2-D, sigma " + s + " / cv::GaussianBlur",
-                              "Blur/TwoD/" + s + "/real_time",
-                              "OpenCvGaussianBlur/" + s + "/real_time");
-          reporter.PrintRatio("Apply separable, sigma " + s + " / cv::sepFilter2D",
-                              "Blur/Separable/" + s + "/real_time",
-                              "OpenCvSepFilter/" + s + "/real_time");
-          reporter.PrintRatio("Apply separable, sigma " + s + " / cv::GaussianBlur",
-                              "Blur/Separable/" + s + "/real_time",
-                              "OpenCvGaussianBlur/" + s + "/real_time");
-        }
-        reporter.PrintRatio("Decompose / 7 levels of cv::sepFilter2D", "WaveletDecompose/real_time",
-                            "OpenCvSepFilterSevenLevels/real_time");
-        reporter.PrintRatio("Decompose + ExtractStructures / 7 sepFilter2D",
-                            "WaveletDecomposeAndExtract/real_time",
-                            "OpenCvSepFilterSevenLevels/real_time");
-      });
+  return ombrix_bench::RunBenchmarksWithRatios(argc, argv, 48, Prepare, PrintRatios);
 }

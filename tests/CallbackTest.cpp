@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "callback/Callback.h"
@@ -25,17 +26,20 @@ Registry::Function Writer(std::vector<std::string>& calls, const std::string& na
   };
 }
 
+// Registers a Writer for each (name, factor), in the order given.
+void RegisterWriters(Registry& registry, std::vector<std::string>& calls,
+                     const std::vector<std::pair<std::string, float>>& writers) {
+  for (const auto& [name, factor] : writers) registry.Register(name, Writer(calls, name, factor));
+}
+
 }  // namespace
 
 TEST(Callback, NotifyCallsInAscendingByteOrderOfNames) {
   Registry registry;
   std::vector<std::string> calls;
   float result = 0.0f;
-  registry.Register("b", Writer(calls, "b", 1.0f));
-  registry.Register("ab", Writer(calls, "ab", 2.0f));
-  registry.Register("a", Writer(calls, "a", 3.0f));
-  registry.Register("B", Writer(calls, "B", 4.0f));
-  registry.Register("b2", Writer(calls, "b2", 5.0f));
+  RegisterWriters(registry, calls,
+                  {{"b", 1.0f}, {"ab", 2.0f}, {"a", 3.0f}, {"B", 4.0f}, {"b2", 5.0f}});
   registry.Notify(2, &result);
   // Upper case sorts before lower case and a proper prefix before its extensions.
   EXPECT_EQ(calls, (std::vector<std::string>{"B", "a", "ab", "b", "b2"}));
@@ -47,8 +51,7 @@ TEST(Callback, GreatestNameValueStandsWhateverTheRegistrationOrder) {
   Registry registry;
   std::vector<std::string> calls;
   float result = 0.0f;
-  registry.Register("f2", Writer(calls, "f2", 2.5f));
-  registry.Register("f1", Writer(calls, "f1", 1.5f));
+  RegisterWriters(registry, calls, {{"f2", 2.5f}, {"f1", 1.5f}});
   registry.Notify(2, &result);
   EXPECT_EQ(result, 5.0f);
   registry.UnRegister("f2");

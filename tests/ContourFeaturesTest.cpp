@@ -5,6 +5,7 @@
 #include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 #include <vector>
 
 #include "ContourFeaturesReference.h"
@@ -194,26 +195,30 @@ TEST(ContourFeatures, BoxAngleAnglesAreReadFromTheFloatAngle) {
 // ---------------------------------------------------------------------------------------------
 // Comparisons
 
+// Which of the values pass the comparison with the bounds: "1" or "0" for each, in order.
+std::string Passes(Comparison comparison, const std::vector<double>& values, double first,
+                   double second) {
+  std::string passes;
+  for (const double x : values)
+    passes += ComparisonPasses(comparison, x, first, second) ? '1' : '0';
+  return passes;
+}
+
 TEST(ContourFeatures, ComparisonGreaterThanReadsTheSecondBound) {
-  EXPECT_TRUE(ComparisonPasses(Comparison::GreaterThanSecond, 5.0, 100.0, 4.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::GreaterThanSecond, 5.0, 1.0, 5.0));
+  EXPECT_EQ(Passes(Comparison::GreaterThanSecond, {3.0, 4.0, 5.0}, 100.0, 4.0), "001");
 }
 
 TEST(ContourFeatures, ComparisonLessThanReadsTheFirstBound) {
-  EXPECT_TRUE(ComparisonPasses(Comparison::LessThanFirst, 5.0, 6.0, -100.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::LessThanFirst, 5.0, 5.0, 100.0));
+  EXPECT_EQ(Passes(Comparison::LessThanFirst, {5.0, 6.0, 7.0}, 6.0, -100.0), "100");
 }
 
 TEST(ContourFeatures, ComparisonRangeIncludesBothBounds) {
-  EXPECT_TRUE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 4.0, 4.0, 6.0));
-  EXPECT_TRUE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 6.0, 4.0, 6.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 6.5, 4.0, 6.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::BetweenFirstAndSecond, 3.5, 4.0, 6.0));
+  EXPECT_EQ(Passes(Comparison::BetweenFirstAndSecond, {3.5, 4.0, 6.0, 6.5}, 4.0, 6.0), "0110");
 }
 
 TEST(ContourFeatures, ComparisonReversedRangeReadsTheBoundsSwapped) {
-  EXPECT_TRUE(ComparisonPasses(Comparison::BetweenSecondAndFirst, 5.0, 6.0, 4.0));
-  EXPECT_TRUE(ComparisonPasses(Comparison::BetweenSecondAndFirst, 4.0, 6.0, 4.0));
+  EXPECT_EQ(Passes(Comparison::BetweenSecondAndFirst, {3.5, 4.0, 5.0, 6.0, 6.5}, 6.0, 4.0),
+            "01110");
   for (double x = 0.0; x <= 10.0; x += 0.25) {
     EXPECT_FALSE(ComparisonPasses(Comparison::BetweenSecondAndFirst, x, 4.0, 6.0)) << x;
   }
@@ -237,10 +242,8 @@ TEST(ContourFeatures, ComparisonReversedRangeWithFourAndSixRejectsEveryContour) 
 }
 
 TEST(ContourFeatures, ComparisonEqualityAndInequalityReadTheFirstBound) {
-  EXPECT_TRUE(ComparisonPasses(Comparison::EqualToFirst, 1.0, 1.0, 0.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::EqualToFirst, 0.0, 1.0, 0.0));
-  EXPECT_TRUE(ComparisonPasses(Comparison::NotEqualToFirst, 0.0, 1.0, 0.0));
-  EXPECT_FALSE(ComparisonPasses(Comparison::NotEqualToFirst, 1.0, 1.0, 1.0));
+  EXPECT_EQ(Passes(Comparison::EqualToFirst, {0.0, 1.0}, 1.0, 0.0), "01");
+  EXPECT_EQ(Passes(Comparison::NotEqualToFirst, {0.0, 1.0}, 1.0, 0.0), "10");
 }
 
 TEST(ContourFeatures, ComparisonNaNPassesOnlyInequality) {

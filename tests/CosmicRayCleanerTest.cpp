@@ -17,14 +17,7 @@
 namespace {
 
 using testprocessing::NoiseImage;
-using testspots::AddSpot;
-using testspots::Detect;
-using testspots::Detector;
-using testspots::MatchOneToOne;
-using testspots::Parameters;
-using testspots::Processed;
-using testspots::ReadTruth;
-using testspots::Truth;
+using namespace testspots;
 
 constexpr int kRadius = 3;
 constexpr int kThreshold = 100;

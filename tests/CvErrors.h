@@ -34,4 +34,15 @@ void ExpectCvError(Call call, int code, const std::string& message, const std::s
   }
 }
 
+// Expects the code, message and line of an error of the disc median (CFilterCosmicRay::MedianBlur,
+// whose errors name the historical source "OmbrixProcessing/FilterCosmicRay").
+inline void ExpectMedianBlurError(const cv::Exception& e, int code, const std::string& message,
+                                  int line) {
+  EXPECT_EQ(e.code, code);
+  EXPECT_EQ(e.err, message);
+  EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
+  EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
+  EXPECT_EQ(e.line, line);
+}
+
 }  // namespace testerrors

@@ -1,8 +1,12 @@
 // Oversampled edge profiles: bin placement, the bin-offset asymmetry, threading and pixel depths.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <opencv2/core.hpp>
+#include <ostream>
+#include <vector>
 
+#include "CvErrors.h"
 #include "EdgeProfileReference.h"
 #include "Random.h"
 #include "mtf/EdgeProfile.h"
@@ -42,41 +46,42 @@ TEST(EdgeProfile, SlopeZeroFillsOnlyEveryOversamplingBin) {
   EXPECT_EQ(profiler.esf.step, 1.0);
 }
 
-TEST(EdgeProfile, PositionsRoundUpWithCeil) {
-  // Row 1 projects to (c - 0.15) x 4 = -0.6 and 3.4: ceil gives 0 and 4 (round would give -1 and
-  // 3), so both rows share the bins of row 0.
-  const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
-  EdgeProfiler profiler;
-  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.15f);
-  // off = round(-0.15 x 4) = round(-0.6) = -1: binOffset -1, extra 1, bins 9, skip round(0.5) = 1.
-  EXPECT_EQ(profiler.binOffset, -1);
-  // Row 0: positions 0 and 4 -> bins 1 and 5; row 1: positions 0 and 4 -> bins 1 and 5.
-  const std::vector<double> expected = {20, 0, 0, 0, 30, 0, 0, 0};
-  EXPECT_EQ(esf, expected);
-}
+// The 2 x 2 region (10 20 / 30 40) at a slope: the bin offset the run writes (whatever the
+// profiler held before) and the ESF it gives.
+struct SmallRegionCase {
+  const char* name;
+  float slope;
+  std::int32_t binOffset;
+  std::vector<double> esf;
+};
 
-TEST(EdgeProfile, NegativeProjectionOffsetShiftsTheBins) {
-  const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
-  EdgeProfiler profiler;
-  const std::vector<double> esf = BuildEdgeProfile(profiler, region, 0.5f);
-  // off = round(-0.5 x 4) = -2 -> binOffset -2, extra 2, bins 10, skip 1.
-  // Row 0 lands in bins 2 and 6, row 1 (positions -2 and 2) in bins 0 and 4.
-  EXPECT_EQ(profiler.binOffset, -2);
-  const std::vector<double> expected = {0, 10, 0, 40, 0, 20, 0, 0};
-  EXPECT_EQ(esf, expected);
-}
+void PrintTo(const SmallRegionCase& c, std::ostream* out) { *out << c.name; }
 
-TEST(EdgeProfile, PositiveProjectionOffsetIsNotUsedAsShift) {
+class SmallRegion : public ::testing::TestWithParam<SmallRegionCase> {};
+
+TEST_P(SmallRegion, PlacesEveryPixelInItsBin) {
   const cv::Mat region = (cv::Mat_<double>(2, 2) << 10, 20, 30, 40);
   EdgeProfiler profiler;
   profiler.binOffset = -7;  // overwritten by the run
-  const std::vector<double> esf = BuildEdgeProfile(profiler, region, -0.5f);
-  // off = round(0.5 x 4) = +2 is not a shift: binOffset 0, extra 2, bins 10, skip 1.
-  // Row 0 lands in bins 0 and 4, row 1 (positions 2 and 6) in bins 2 and 6.
-  EXPECT_EQ(profiler.binOffset, 0);
-  const std::vector<double> expected = {0, 30, 0, 20, 0, 40, 0, 0};
-  EXPECT_EQ(esf, expected);
+  const std::vector<double> esf = BuildEdgeProfile(profiler, region, GetParam().slope);
+  EXPECT_EQ(profiler.binOffset, GetParam().binOffset);
+  EXPECT_EQ(esf, GetParam().esf);
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    EdgeProfile, SmallRegion,
+    ::testing::Values(
+        // Row 1 projects to (c - 0.15) x 4 = -0.6 and 3.4: ceil gives 0 and 4 (round would give
+        // -1 and 3), so both rows share the bins of row 0. off = round(-0.6) = -1: binOffset -1,
+        // extra 1, bins 9, skip round(0.5) = 1; positions 0 and 4 -> bins 1 and 5.
+        SmallRegionCase{"PositionsRoundUpWithCeil", 0.15f, -1, {20, 0, 0, 0, 30, 0, 0, 0}},
+        // off = round(-0.5 x 4) = -2 -> binOffset -2, extra 2, bins 10, skip 1. Row 0 lands in
+        // bins 2 and 6, row 1 (positions -2 and 2) in bins 0 and 4.
+        SmallRegionCase{"NegativeOffsetShiftsTheBins", 0.5f, -2, {0, 10, 0, 40, 0, 20, 0, 0}},
+        // off = round(0.5 x 4) = +2 is not a shift: binOffset 0, extra 2, bins 10, skip 1. Row 0
+        // lands in bins 0 and 4, row 1 (positions 2 and 6) in bins 2 and 6.
+        SmallRegionCase{"PositiveOffsetIsNotUsedAsShift", -0.5f, 0, {0, 30, 0, 20, 0, 40, 0, 0}}),
+    [](const ::testing::TestParamInfo<SmallRegionCase>& info) { return info.param.name; });
 
 TEST(EdgeProfile, NegativeSlopeStillPlacesEveryPixel) {
   // A constant region: every bin that receives a pixel averages to 7, and with a positive offset
@@ -176,28 +181,17 @@ TEST(EdgeProfile, CropKeepsWidthBinsFromHalfTheExtra) {
 
 TEST(EdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
   EdgeProfiler profiler;
-  try {
-    BuildEdgeProfile(profiler, cv::Mat(), 0.1f);
-    FAIL() << "no error";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, cv::Error::StsBadArg);
-    EXPECT_EQ(e.err, "empty region");
-    EXPECT_EQ(e.func, "BuildEdgeProfile");
-  }
-  try {
-    BuildEdgeProfile(profiler, cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(1)), 0.1f);
-    FAIL() << "no error";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
-    EXPECT_EQ(e.err, "region must have one channel");
-  }
-  try {
-    BuildEdgeProfile(profiler, cv::Mat(4, 4, CV_16FC1, cv::Scalar::all(1)), 0.1f);
-    FAIL() << "no error";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
-    EXPECT_EQ(e.err, "unsupported region depth");
-  }
+  const auto build = [&profiler](const cv::Mat& region) {
+    return [&profiler, region] { BuildEdgeProfile(profiler, region, 0.1f); };
+  };
+  testerrors::ExpectCvError(build(cv::Mat()), cv::Error::StsBadArg, "empty region",
+                            "BuildEdgeProfile");
+  testerrors::ExpectCvError(build(cv::Mat(4, 4, CV_8UC3, cv::Scalar::all(1))),
+                            cv::Error::StsUnsupportedFormat, "region must have one channel",
+                            "BuildEdgeProfile");
+  testerrors::ExpectCvError(build(cv::Mat(4, 4, CV_16FC1, cv::Scalar::all(1))),
+                            cv::Error::StsUnsupportedFormat, "unsupported region depth",
+                            "BuildEdgeProfile");
 }
 
 }  // namespace

@@ -74,7 +74,13 @@ class PluginFolder : public ::testing::Test {
 };
 
 // IFactoryBase through the processing factory: loading, replacing and making objects.
-class FactoryProcessing : public PluginFolder {};
+class FactoryProcessing : public PluginFolder {
+ protected:
+  // Loads a copy of the plug-in, named name, into the factory; false when the load fails.
+  bool LoadCopy(CFactoryProcessing& factory, const char* plugin, const std::string& name) {
+    return factory.Load(Copy(plugin, name));
+  }
+};
 
 // The collection: the processing module by its relative name, and the release order.
 class FactoryCollection : public PluginFolder {};
@@ -267,9 +273,8 @@ TEST_F(FactoryCollection, ObjectDestroyedBeforeLibraryUnloaded) {
 }
 
 TEST_F(FactoryProcessing, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) {
-  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Many");
   CFactoryProcessing factory;
-  ASSERT_TRUE(factory.Load(library));
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_RECORDING_PLUGIN, "Many"));
   std::shared_ptr<IOmbrixProcessing> first = factory.CreateInstance(nullptr);
   std::shared_ptr<IOmbrixProcessing> second = factory.CreateInstance(nullptr);
   ASSERT_TRUE(first != nullptr && second != nullptr);
@@ -281,9 +286,8 @@ TEST_F(FactoryProcessing, EachCreateInstanceMakesNewObjectUnderOwnControlBlock) 
 }
 
 TEST_F(FactoryProcessing, LoggerCopyHandedToEntryAndReleased) {
-  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Logged");
   CFactoryProcessing factory;
-  ASSERT_TRUE(factory.Load(library));
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_RECORDING_PLUGIN, "Logged"));
   auto logger = std::make_shared<CTestLogger>();
   std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(logger);
   ASSERT_TRUE(processing != nullptr);
@@ -292,9 +296,8 @@ TEST_F(FactoryProcessing, LoggerCopyHandedToEntryAndReleased) {
 }
 
 TEST_F(FactoryProcessing, VirtualOperationsReachPluginAcrossBoundary) {
-  const fs::path library = Copy(OMBRIX_TEST_RECORDING_PLUGIN, "Calls");
   CFactoryProcessing factory;
-  ASSERT_TRUE(factory.Load(library));
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_RECORDING_PLUGIN, "Calls"));
   std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(nullptr);
   ASSERT_TRUE(processing != nullptr);
   EXPECT_FALSE(processing->LoadDarkFrames("long", "short", ""));
@@ -311,9 +314,8 @@ TEST_F(FactoryProcessing, VirtualOperationsReachPluginAcrossBoundary) {
 }
 
 TEST_F(FactoryProcessing, NullInstanceGivesEmptyPointer) {
-  const fs::path library = Copy(OMBRIX_TEST_NULL_PLUGIN, "Declining");
   CFactoryProcessing factory;
-  ASSERT_TRUE(factory.Load(library));
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_NULL_PLUGIN, "Declining"));
   std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(nullptr);
   EXPECT_FALSE(processing);
   EXPECT_EQ(processing.get(), nullptr);
@@ -351,8 +353,7 @@ TEST_F(FactoryProcessing, CreateInstanceWithoutLibraryCrashes) {
 
 TEST_F(FactoryProcessing, CreateInstanceWithoutExportCrashes) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const fs::path library = Copy(OMBRIX_TEST_NO_ENTRY_PLUGIN, "NoEntry");
   CFactoryProcessing factory;
-  ASSERT_TRUE(factory.Load(library));
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_NO_ENTRY_PLUGIN, "NoEntry"));
   EXPECT_DEATH(factory.CreateInstance(nullptr), "");
 }

@@ -18,6 +18,7 @@
 namespace {
 
 using testerrors::CaptureError;
+using testerrors::ExpectMedianBlurError;
 using testimages::Equal;
 
 std::uint16_t At(const cv::Mat& m, int y, int x) { return m.at<std::uint16_t>(y, x); }
@@ -180,11 +181,7 @@ TEST(FilterCosmicRay, DiscRadiusNeedsSixteenBitSingleChannel) {
     const uchar* before = dst.data;
     const cv::Exception e =
         CaptureError([&] { CFilterCosmicRay(3, 100).Process(src, dst, cv::Mat()); });
-    EXPECT_EQ(e.code, -213);
-    EXPECT_EQ(e.err, "Not impl");
-    EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
-    EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
-    EXPECT_EQ(e.line, 106);
+    ExpectMedianBlurError(e, -213, "Not impl", 106);
     EXPECT_EQ(dst.data, before);
     EXPECT_EQ(dst.size(), cv::Size(3, 3));
     EXPECT_EQ(cv::countNonZero(dst != 42), 0);
@@ -202,11 +199,7 @@ TEST(FilterCosmicRay, BadRadiusOrEmptySourceIsWrongParameters) {
     const uchar* before = dst.data;
     const cv::Exception e =
         CaptureError([&] { CFilterCosmicRay(c.radius, 100).Process(c.src, dst, cv::Mat()); });
-    EXPECT_EQ(e.code, -5);
-    EXPECT_EQ(e.err, "wrongs parameters");
-    EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
-    EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
-    EXPECT_EQ(e.line, 90);
+    ExpectMedianBlurError(e, -5, "wrongs parameters", 90);
     EXPECT_EQ(dst.data, before);
     EXPECT_EQ(cv::countNonZero(dst != 42), 0);
   }

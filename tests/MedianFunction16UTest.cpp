@@ -21,15 +21,8 @@
 namespace {
 
 using testerrors::CaptureError;
+using testerrors::ExpectMedianBlurError;
 using testimages::Equal;
-
-void ExpectMedianBlurError(const cv::Exception& e, int code, const std::string& message, int line) {
-  EXPECT_EQ(e.code, code);
-  EXPECT_EQ(e.err, message);
-  EXPECT_EQ(e.func, "CFilterCosmicRay::MedianBlur");
-  EXPECT_EQ(e.file, "OmbrixProcessing/FilterCosmicRay");
-  EXPECT_EQ(e.line, line);
-}
 
 cv::Mat Fast(const cv::Mat& src, int radius) {
   cv::Mat dst;

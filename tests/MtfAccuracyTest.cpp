@@ -20,11 +20,9 @@ namespace {
 // size. Larger regions of the same shape do not lower the noise of the MTF: the profile spans the
 // whole width, so more columns add as many noisy profile samples as more rows take away from each
 // sample (256 x 512 measured no better than 128 x 256).
-constexpr int kAcross = 200;
-constexpr int kAlong = 400;
-constexpr double kDark = 0.1;
-constexpr double kBright = 0.9;
-constexpr double kNoiseFraction = 0.01;
+constexpr int kAcross = 200, kAlong = 400;
+// Levels of the two sides, and the noise as a fraction of their contrast.
+constexpr double kDark = 0.1, kBright = 0.9, kNoiseFraction = 0.01;
 // Independent noise draws per edge.
 constexpr int kDraws = 5;
 

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <tuple>
 
 #include "SlantedEdge.h"
 #include "mtf/MtfMeasurement.h"
@@ -62,21 +63,15 @@ cv::Mat RenderChart(cv::Size size, const std::vector<Square>& squares) {
 
 TEST(MtfMeasurement, DefaultsOfTheMeasurementObject) {
   const CMtfMeasurement m;
-  EXPECT_EQ(m.detection.workingSize, 2048);
-  EXPECT_EQ(m.detection.cannyLow, 30.0f);
-  EXPECT_EQ(m.detection.cannyHigh, 50.0f);
-  EXPECT_EQ(m.detection.minimumAspect, 0.7f);
-  EXPECT_EQ(m.detection.minimumArea, 1000.0f);
-  EXPECT_EQ(m.detection.minimumAngle, 3.5f);
-  EXPECT_EQ(m.detection.maximumAngle, 8.0f);
-  EXPECT_EQ(m.detection.scale, 1.0);
-  EXPECT_EQ(m.oversampling, 4.0f);
-  EXPECT_EQ(m.pitch, 1.0f);
-  EXPECT_EQ(m.resolution, 1.0f);
-  EXPECT_EQ(m.efficiency, 0.0f);
-  EXPECT_EQ(m.centroidHalfWidth, 6.5);
-  EXPECT_EQ(m.regionLength, 0.8);
-  EXPECT_EQ(m.gamma, 1.0);
+  const TargetDetectionSettings& d = m.detection;
+  EXPECT_EQ(d.workingSize, 2048);
+  EXPECT_EQ(std::tie(d.cannyLow, d.cannyHigh), std::make_tuple(30.0f, 50.0f));
+  EXPECT_EQ(std::tie(d.minimumAspect, d.minimumArea), std::make_tuple(0.7f, 1000.0f));
+  EXPECT_EQ(std::tie(d.minimumAngle, d.maximumAngle), std::make_tuple(3.5f, 8.0f));
+  EXPECT_EQ(d.scale, 1.0);
+  EXPECT_EQ(std::tie(m.oversampling, m.pitch, m.resolution, m.efficiency),
+            std::make_tuple(4.0f, 1.0f, 1.0f, 0.0f));
+  EXPECT_EQ(std::tie(m.centroidHalfWidth, m.regionLength, m.gamma), std::make_tuple(6.5, 0.8, 1.0));
   for (double v : m.edgeRegion) EXPECT_EQ(v, -1.0);
   EXPECT_EQ(m.profiler.threadCount, 1);
   EXPECT_EQ(m.profiler.oversampling, 4.0f);

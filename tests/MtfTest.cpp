@@ -59,30 +59,29 @@ TEST(Mtf, DerivativeComputesNMinusThreePositionsThenRepeatsTheLast) {
   EXPECT_EQ(result.esf.values, esf);
 }
 
-TEST(Mtf, LsfSummingToZeroOrLessIsNotShifted) {
-  // A falling edge far from the centre: its LSF is negative and stays where it is.
-  std::vector<double> esf(40, 1.0);
-  for (int i = 8; i < 40; ++i) esf[i] = 0.0;
+// The LSF of an ESF of n samples that steps from `from` to `to` at index at: it must hold
+// value x the Hamming weight at pairStart and pairStart + 1 and nothing elsewhere.
+void ExpectStepLsf(int n, int at, double from, double to, int pairStart, double value) {
+  std::vector<double> esf(static_cast<std::size_t>(n), from);
+  for (int i = at; i < n; ++i) esf[static_cast<std::size_t>(i)] = to;
   MtfResult result;
   ComputeMtf(result, Profile(esf), 0.0f, 4.0f);
-  // 0.5 (esf[j + 2] - esf[j]) is -0.5 at j = 6 and 7 only.
-  for (int j = 0; j < 40; ++j) {
-    const double expected = (j == 6 || j == 7) ? -0.5 * HammingWeight(j + 1, 40) : 0.0;
-    EXPECT_DOUBLE_EQ(result.lsf[j], expected) << j;
+  for (int j = 0; j < n; ++j) {
+    const bool inPair = j == pairStart || j == pairStart + 1;
+    EXPECT_DOUBLE_EQ(result.lsf[j], inPair ? value * HammingWeight(j + 1, n) : 0.0) << j;
   }
+}
+
+TEST(Mtf, LsfSummingToZeroOrLessIsNotShifted) {
+  // A falling edge far from the centre: its LSF is negative and stays where it is;
+  // 0.5 (esf[j + 2] - esf[j]) is -0.5 at j = 6 and 7 only.
+  ExpectStepLsf(40, 8, 1.0, 0.0, 6, -0.5);
 }
 
 TEST(Mtf, CentringRotatesTheCentroidOntoHalfNRoundingHalfAwayFromZero) {
   // Step at 11: the LSF is 0.5 at 9 and 10, centroid 9.5; shift = round(9.5 - 32) = -23, so the
   // element at index 41 becomes the first and the pair moves to 32 and 33.
-  std::vector<double> esf(64, 0.0);
-  for (int i = 11; i < 64; ++i) esf[i] = 1.0;
-  MtfResult result;
-  ComputeMtf(result, Profile(esf), 0.0f, 4.0f);
-  for (int j = 0; j < 64; ++j) {
-    const double expected = (j == 32 || j == 33) ? 0.5 * HammingWeight(j + 1, 64) : 0.0;
-    EXPECT_DOUBLE_EQ(result.lsf[j], expected) << j;
-  }
+  ExpectStepLsf(64, 11, 0.0, 1.0, 32, 0.5);
 }
 
 TEST(Mtf, SpectrumMatchesAStraightforwardTransform) {

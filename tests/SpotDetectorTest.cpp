@@ -6,10 +6,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "CvErrors.h"
@@ -23,12 +25,7 @@ namespace {
 
 using testerrors::ExpectCvError;
 using testprocessing::NoiseImage;
-using testspots::AddSpot;
-using testspots::Detect;
-using testspots::Detector;
-using testspots::MatchOneToOne;
-using testspots::Parameters;
-using testspots::TrueSpot;
+using namespace testspots;
 
 using Rejection = CSpotDetector::Rejection;
 
@@ -195,36 +192,41 @@ TEST(SpotDetector, HotPixelsAndCosmicRaysAreRemovedByTheCosmicRayStep) {
   EXPECT_EQ(stats.cosmicRayHits, 0);
 }
 
+// The frame's only footprint, which the mode's parameters reject for the given reason; once
+// relax has changed those parameters, it is the frame's one object.
+CSpotDetector::Candidate OnlyFootprint(const cv::Mat& frame, bool nominal, Rejection reason,
+                                       const std::function<void(AlgoParameters&)>& relax) {
+  cv::Mat footprint;
+  CSpotDetector detector = Detector(Parameters(nominal));
+  const std::vector<CSpotDetector::Candidate> candidates = detector.Segment(frame, footprint);
+  EXPECT_EQ(candidates.size(), 1u);
+  if (candidates.size() != 1u) return CSpotDetector::Candidate();
+  EXPECT_EQ(candidates[0].rejection, reason);
+  AlgoParameters relaxed = Parameters(nominal);
+  relax(relaxed);
+  EXPECT_TRUE(detector.Configure(relaxed));
+  EXPECT_EQ(Detect(detector, frame).size(), 1u);
+  return candidates[0];
+}
+
 TEST(SpotDetector, BlotchIsRejectedForItsArea) {
   cv::Mat frame = NoiseImage(200, 200, 100.0, 10.0, 41);
   AddBlotch(frame, 100.0, 100.0, 20.0, 1000.0);
-  cv::Mat footprint;
-  CSpotDetector detector = Detector(Parameters(false));
-  std::vector<CSpotDetector::Candidate> candidates = detector.Segment(frame, footprint);
-  ASSERT_EQ(candidates.size(), 1u);
-  EXPECT_EQ(candidates[0].rejection, Rejection::kTooLarge);
-  EXPECT_GT(candidates[0].object.area, 1000.0);
   // Nothing else holds it back: with a larger limit it is an object, in control mode as well.
-  AlgoParameters p = Parameters(false);
-  p.maxObjectArea = 5000;
-  detector.Configure(p);
-  EXPECT_EQ(Detect(detector, frame).size(), 1u);
+  const CSpotDetector::Candidate blotch = OnlyFootprint(
+      frame, false, Rejection::kTooLarge, [](AlgoParameters& p) { p.maxObjectArea = 5000; });
+  EXPECT_GT(blotch.object.area, 1000.0);
 }
 
 TEST(SpotDetector, ScratchIsRejectedForItsShape) {
   cv::Mat frame = NoiseImage(200, 200, 100.0, 10.0, 42);
   AddLine(frame, 80.0, 94.0, 122.0, 106.0, 2.5, 900.0);
-  cv::Mat footprint;
-  CSpotDetector detector = Detector(Parameters(false));
-  std::vector<CSpotDetector::Candidate> candidates = detector.Segment(frame, footprint);
-  ASSERT_EQ(candidates.size(), 1u);
-  EXPECT_EQ(candidates[0].rejection, Rejection::kNotRound);
-  EXPECT_LT(candidates[0].object.area, 1000.0);
-  EXPECT_GT(candidates[0].object.peak, 800);
-  AlgoParameters p = Parameters(false);
-  p.marginAndCircularity = AlgoParameters::PackMarginAndCircularity(5, 0);
-  detector.Configure(p);
-  EXPECT_EQ(Detect(detector, frame).size(), 1u);
+  const CSpotDetector::Candidate scratch =
+      OnlyFootprint(frame, false, Rejection::kNotRound, [](AlgoParameters& p) {
+        p.marginAndCircularity = AlgoParameters::PackMarginAndCircularity(5, 0);
+      });
+  EXPECT_LT(scratch.object.area, 1000.0);
+  EXPECT_GT(scratch.object.peak, 800);
 }
 
 TEST(SpotDetector, SpotsWithinTheBorderMarginAreRejected) {
@@ -253,16 +255,9 @@ TEST(SpotDetector, FootprintsBelowTheMinimumRadiusAreRejected) {
   // spot of 5 ADU leaves a footprint of a few samples only.
   cv::Mat frame(100, 100, CV_32F, cv::Scalar(100.0));
   AddSpot(frame, {50.0, 50.0, 1.0, 5.0});
-  cv::Mat footprint;
-  CSpotDetector detector = Detector(Parameters(true));
-  std::vector<CSpotDetector::Candidate> candidates = detector.Segment(frame, footprint);
-  ASSERT_EQ(candidates.size(), 1u);
-  EXPECT_EQ(candidates[0].rejection, Rejection::kTooSmall);
-  EXPECT_LT(candidates[0].object.area, 4.0 * 3.14159265);
-  AlgoParameters p = Parameters(true);
-  p.minObjectRadius = 0;
-  detector.Configure(p);
-  EXPECT_EQ(Detect(detector, frame).size(), 1u);
+  const CSpotDetector::Candidate speck = OnlyFootprint(
+      frame, true, Rejection::kTooSmall, [](AlgoParameters& p) { p.minObjectRadius = 0; });
+  EXPECT_LT(speck.object.area, 4.0 * CV_PI);
 }
 
 TEST(SpotDetector, NominalModeCountsFaintSpotsControlModeOnlyBrightOnes) {
@@ -333,14 +328,11 @@ TEST(SpotDetector, UnknownModesAndInvalidParametersAreRefused) {
 
 TEST(SpotDetector, TheHostRecordMeansWhatTheDetectorDocuments) {
   const AlgoParameters p = Parameters(true);
-  EXPECT_EQ(p.cosmicRayRadius, 3);
-  EXPECT_EQ(p.cosmicRayThreshold, 100);
-  EXPECT_EQ(p.smoothingSigma, 2);
-  EXPECT_EQ(p.maxObjectArea, 1000);
-  EXPECT_EQ(p.minObjectRadius, 2);
-  EXPECT_EQ(p.thresholdFactor, 3.2f);
-  EXPECT_EQ(p.minControlPeak, 800);
-  EXPECT_EQ(p.marginAndCircularity, 0x00050046u);
+  // Radius 3, threshold 100, sigma 2, area 1000, radius 2, factor 3.2, peak 800, 0x00050046.
+  EXPECT_EQ(std::make_tuple(p.cosmicRayRadius, p.cosmicRayThreshold, p.smoothingSigma,
+                            p.maxObjectArea, p.minObjectRadius, p.thresholdFactor, p.minControlPeak,
+                            p.marginAndCircularity),
+            std::make_tuple(3, 100, 2, std::uint16_t{1000}, 2, 3.2f, 800, 0x00050046u));
   EXPECT_EQ(p.BorderMargin(), 5);
   EXPECT_EQ(p.MinCircularityPercent(), 70);
   EXPECT_TRUE(p.nominalMode);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <vector>
@@ -26,6 +27,15 @@ TargetDetectionSettings AllTilts() {
   TargetDetectionSettings settings;
   settings.minimumAngle = -180.0f;
   settings.maximumAngle = 180.0f;
+  return settings;
+}
+
+// Every tilt, the given working size, and no Canny: the grey image goes to contour retrieval as
+// it is, so a white image gives one contour, its own border, at the working size.
+TargetDetectionSettings PlainRetrieval(std::int32_t workingSize) {
+  TargetDetectionSettings settings = AllTilts();
+  settings.workingSize = workingSize;
+  settings.cannyLow = 0.0f;
   return settings;
 }
 
@@ -126,9 +136,7 @@ TEST(TargetDetection, AutomaticWorkingSizeOfA2048By1536Image) {
   // With plain retrieval a white image has one contour, its own border, which shows the working
   // size: k = 585, scale = 2048 / 585, 585 x 439 pixels.
   const cv::Mat white(1536, 2048, CV_8UC1, cv::Scalar(255));
-  TargetDetectionSettings settings = AllTilts();
-  settings.workingSize = 0;
-  settings.cannyLow = 0.0f;
+  TargetDetectionSettings settings = PlainRetrieval(0);
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, white);
   EXPECT_EQ(settings.scale, 2048.0 / 585.0);
@@ -144,9 +152,7 @@ TEST(TargetDetection, AutomaticWorkingSizeOfA2048By1536Image) {
 
 TEST(TargetDetection, PositiveWorkingSizeBoundsTheLargerSide) {
   const cv::Mat white(300, 1000, CV_8UC1, cv::Scalar(255));
-  TargetDetectionSettings settings = AllTilts();
-  settings.workingSize = 400;
-  settings.cannyLow = 0.0f;
+  TargetDetectionSettings settings = PlainRetrieval(400);
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, white);
   EXPECT_EQ(settings.scale, 2.5);
@@ -185,9 +191,7 @@ TEST(TargetDetection, WorkingSizeAboveBothSidesKeepsTheOldScale) {
 TEST(TargetDetection, NegativeWorkingSizeNeverResizesAndRoundsHalvesAwayFromZero) {
   cv::Mat binary = cv::Mat::zeros(200, 200, CV_8UC1);
   cv::rectangle(binary, cv::Rect(1, 3, 99, 81), cv::Scalar(255), cv::FILLED);
-  TargetDetectionSettings settings = AllTilts();
-  settings.workingSize = -1;
-  settings.cannyLow = 0.0f;
+  TargetDetectionSettings settings = PlainRetrieval(-1);
   settings.scale = 2.5;
   std::vector<ContourRecord> targets;
   DetectTargets(settings, targets, binary);

@@ -15,15 +15,7 @@
 namespace {
 
 using Rejection = CSpotDetector::Rejection;
-using testspots::BrighterThan;
-using testspots::Detect;
-using testspots::Detector;
-using testspots::MatchOneToOne;
-using testspots::Parameters;
-using testspots::Processed;
-using testspots::ReadTruth;
-using testspots::TrueSpot;
-using testspots::Truth;
+using namespace testspots;
 
 // The spots a mode must find on PTC.tif: all of them, or those above the control peak.
 std::vector<TrueSpot> ExpectedSpots(const Truth& truth, bool nominal) {

@@ -5,7 +5,12 @@
 
 #include <cmath>
 #include <cstdint>
+#include <ostream>
+#include <string>
+#include <tuple>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "controller/VariableController.h"
 
@@ -16,17 +21,31 @@ using Controller = CVariableController<float>;
 constexpr std::int64_t kNsPerMinute = 60'000'000'000LL;
 constexpr std::int64_t kNsPerMs = 1'000'000LL;
 
+// Target -25 with the given tolerance, limit -22.
+void SetLevels(Controller& controller, float tolerance) {
+  controller.Target = -25.0f;
+  controller.Tolerance = tolerance;
+  controller.Limit = -22.0f;
+}
+
 // Levels -21 (upper) and -24 (lower); regulation time of one minute, started now or two minutes
 // ago, with one reading already in the history.
 void Prepare(Controller& controller, bool timedOut) {
-  controller.Target = -25.0f;
-  controller.Tolerance = 1.0f;
-  controller.Limit = -22.0f;
+  SetLevels(controller, 1.0f);
   controller.RegulationDelay = 1.0;
   controller.RegulationStartTime = Controller::SteadyNow() - (timedOut ? 2 * kNsPerMinute : 0);
   bool error = true;
   EXPECT_FALSE(controller.Insert(0.0f, error));
   EXPECT_FALSE(error);
+}
+
+// A controller of capacity 10 whose history holds the readings (milliseconds before now, value).
+Controller WithHistory(std::int64_t now, const std::vector<std::pair<int, float>>& readings) {
+  Controller controller(10);
+  for (const auto& [msAgo, value] : readings) {
+    controller.History.push_back({now - msAgo * kNsPerMs, value});
+  }
+  return controller;
 }
 
 struct Verdict {
@@ -49,11 +68,10 @@ TEST(VariableController, MembersAfterConstruction) {
   const std::int64_t before = Controller::SteadyNow();
   Controller controller(7);
   const std::int64_t after = Controller::SteadyNow();
-  EXPECT_EQ(controller.Target, 0.0f);
-  EXPECT_EQ(controller.Tolerance, 0.0f);
-  EXPECT_EQ(controller.Limit, 0.0f);
-  EXPECT_EQ(controller.ValidationDelay, 1.0);
-  EXPECT_EQ(controller.RegulationDelay, 1.0);
+  EXPECT_EQ(std::tie(controller.Target, controller.Tolerance, controller.Limit),
+            std::make_tuple(0.0f, 0.0f, 0.0f));
+  EXPECT_EQ(std::tie(controller.ValidationDelay, controller.RegulationDelay),
+            std::make_tuple(1.0, 1.0));
   EXPECT_EQ(controller.Capacity, 7u);
   EXPECT_TRUE(controller.History.empty());
   EXPECT_GE(controller.LastInsertTime, before);
@@ -78,32 +96,35 @@ TEST(VariableController, InsertStampsSampleWithSteadyClock) {
   EXPECT_EQ(controller.History[0].Value, 4.5f);
 }
 
-TEST(VariableController, VerdictTableAbove) {
-  const Verdict inTime = InsertInto(0.0f, false);
-  EXPECT_FALSE(inTime.result);
-  EXPECT_FALSE(inTime.error);
-  const Verdict late = InsertInto(0.0f, true);
-  EXPECT_TRUE(late.result);
-  EXPECT_TRUE(late.error);
+// The verdict table, for a value above the limit, between the levels, and reached: (result, error)
+// while the regulation time runs and after it is over.
+struct VerdictRow {
+  const char* name;
+  float value;
+  Verdict inTime;
+  Verdict late;
+};
+
+void PrintTo(const VerdictRow& row, std::ostream* out) { *out << row.name; }
+
+class VerdictTable : public ::testing::TestWithParam<VerdictRow> {};
+
+TEST_P(VerdictTable, GivesResultAndErrorInTimeAndLate) {
+  const VerdictRow& row = GetParam();
+  const Verdict inTime = InsertInto(row.value, false);
+  EXPECT_EQ(inTime.result, row.inTime.result);
+  EXPECT_EQ(inTime.error, row.inTime.error);
+  const Verdict late = InsertInto(row.value, true);
+  EXPECT_EQ(late.result, row.late.result);
+  EXPECT_EQ(late.error, row.late.error);
 }
 
-TEST(VariableController, VerdictTableBetween) {
-  const Verdict inTime = InsertInto(-22.5f, false);
-  EXPECT_FALSE(inTime.result);
-  EXPECT_FALSE(inTime.error);
-  const Verdict late = InsertInto(-22.5f, true);
-  EXPECT_TRUE(late.result);
-  EXPECT_FALSE(late.error);
-}
-
-TEST(VariableController, VerdictTableReached) {
-  const Verdict inTime = InsertInto(-30.0f, false);
-  EXPECT_TRUE(inTime.result);
-  EXPECT_FALSE(inTime.error);
-  const Verdict late = InsertInto(-30.0f, true);
-  EXPECT_TRUE(late.result);
-  EXPECT_FALSE(late.error);
-}
+INSTANTIATE_TEST_SUITE_P(
+    VariableController, VerdictTable,
+    ::testing::Values(VerdictRow{"Above", 0.0f, {false, false}, {true, true}},
+                      VerdictRow{"Between", -22.5f, {false, false}, {true, false}},
+                      VerdictRow{"Reached", -30.0f, {true, false}, {true, false}}),
+    [](const ::testing::TestParamInfo<VerdictRow>& info) { return std::string(info.param.name); });
 
 TEST(VariableController, ValueOnUpperLevelCountsAsBetween) {
   const Verdict late = InsertInto(-21.0f, true);
@@ -123,9 +144,7 @@ TEST(VariableController, ValueOnLowerLevelCountsAsReached) {
 TEST(VariableController, LevelsAreSinglePrecisionSums) {
   // 0.3f + -25.0f rounds to -24.7000008f; the double sum would be -24.6999999881.
   Controller controller(10);
-  controller.Target = -25.0f;
-  controller.Tolerance = 0.3f;
-  controller.Limit = -22.0f;
+  SetLevels(controller, 0.3f);
   bool error = false;
   controller.Insert(0.0f, error);
   const float level = 0.3f + -25.0f;
@@ -138,9 +157,7 @@ TEST(VariableController, LevelsAreSinglePrecisionSums) {
 TEST(VariableController, FirstReadingNeverGivesVerdict) {
   for (const float value : {0.0f, -22.5f, -30.0f}) {
     Controller controller(5);
-    controller.Target = -25.0f;
-    controller.Tolerance = 1.0f;
-    controller.Limit = -22.0f;
+    SetLevels(controller, 1.0f);
     controller.RegulationDelay = 0.0;
     controller.RegulationStartTime = Controller::SteadyNow() - kNsPerMinute;
     bool error = true;
@@ -152,9 +169,7 @@ TEST(VariableController, FirstReadingNeverGivesVerdict) {
 TEST(VariableController, FirstReadingOfRefilledSingleSampleHistory) {
   // Capacity 1: every reading replaces the only sample, so no reading ever gives a verdict.
   Controller controller(1);
-  controller.Target = -25.0f;
-  controller.Tolerance = 1.0f;
-  controller.Limit = -22.0f;
+  SetLevels(controller, 1.0f);
   bool error = false;
   EXPECT_FALSE(controller.Insert(-30.0f, error));
   EXPECT_FALSE(controller.Insert(-30.0f, error));
@@ -175,9 +190,7 @@ TEST(VariableController, VerdictDependsOnlyOnCurrentReading) {
 
 TEST(VariableController, RegulationDelayComparedStrictlyInMinutes) {
   Controller controller(10);
-  controller.Target = -25.0f;
-  controller.Tolerance = 1.0f;
-  controller.Limit = -22.0f;
+  SetLevels(controller, 1.0f);
   bool error = false;
   controller.Insert(0.0f, error);
   // An hour far in the future cannot have elapsed; one in the past has.
@@ -214,12 +227,9 @@ TEST(VariableController, HistorySlidesOldestFirst) {
 TEST(VariableController, PredictLineThroughOldestAndNewestOnly) {
   // Oldest 0 at -30 ms, newest 3 at -10 ms: 0.15 per ms, target 6 is 20 ms after the newest,
   // so 10 ms from now. The middle sample lies far off the line and must not matter.
-  Controller controller(10);
-  controller.Target = 6.0f;
   const std::int64_t now = Controller::SteadyNow();
-  controller.History.push_back({now - 30 * kNsPerMs, 0.0f});
-  controller.History.push_back({now - 20 * kNsPerMs, 100.0f});
-  controller.History.push_back({now - 10 * kNsPerMs, 3.0f});
+  Controller controller = WithHistory(now, {{30, 0.0f}, {20, 100.0f}, {10, 3.0f}});
+  controller.Target = 6.0f;
   const double predicted = controller.Predict();
   const double elapsedMs = static_cast<double>(Controller::SteadyNow() - now) / 1e6;
   EXPECT_LE(predicted, 10.0);
@@ -227,19 +237,13 @@ TEST(VariableController, PredictLineThroughOldestAndNewestOnly) {
 }
 
 TEST(VariableController, PredictNegativeWhenTrendLeadsAway) {
-  Controller controller(10);
+  Controller controller = WithHistory(Controller::SteadyNow(), {{20, 5.0f}, {10, 4.0f}});
   controller.Target = 10.0f;
-  const std::int64_t now = Controller::SteadyNow();
-  controller.History.push_back({now - 20 * kNsPerMs, 5.0f});
-  controller.History.push_back({now - 10 * kNsPerMs, 4.0f});
   EXPECT_LT(controller.Predict(), 0.0);
 }
 
 TEST(VariableController, PredictFlatHistoryDividesByZero) {
-  Controller controller(10);
-  const std::int64_t now = Controller::SteadyNow();
-  controller.History.push_back({now - 20 * kNsPerMs, 5.0f});
-  controller.History.push_back({now - 10 * kNsPerMs, 5.0f});
+  Controller controller = WithHistory(Controller::SteadyNow(), {{20, 5.0f}, {10, 5.0f}});
   controller.Target = 10.0f;
   EXPECT_TRUE(std::isinf(controller.Predict()));
   EXPECT_GT(controller.Predict(), 0.0);

@@ -83,6 +83,14 @@ std::vector<cv::Mat> ZeroPlanes(int count, cv::Size size) {
   return planes;
 }
 
+// A wavelet with the B3 kernel and the given rejection holding the detail planes (and as many
+// zero smooth planes).
+CWavelet WithPlanes(const std::vector<cv::Mat>& details, float rejection = 4.0f) {
+  CWavelet wavelet(kB3, rejection);
+  wavelet.SetPlanes(details, ZeroPlanes(static_cast<int>(details.size()), details.front().size()));
+  return wavelet;
+}
+
 cv::Mat Structures(const CWavelet& wavelet, float k, const cv::Mat& mask,
                    const cv::Mat& base = cv::Mat()) {
   cv::Mat out;
@@ -228,8 +236,7 @@ TEST(Wavelet, StructuresAPlaneEntirelyBelowTheThresholdContributesNothing) {
   plane(cv::Rect(90, 90, 20, 20)).setTo(4);
   std::vector<cv::Mat> details = ZeroPlanes(2, size);
   details.push_back(plane);
-  CWavelet wavelet(kB3, 4.0f);
-  wavelet.SetPlanes(details, ZeroPlanes(3, size));
+  CWavelet wavelet = WithPlanes(details);
   const cv::Mat mask = cv::Mat::ones(size, CV_8U);
 
   EXPECT_EQ(cv::countNonZero(Structures(wavelet, 3.0f, mask)), 0);
@@ -242,20 +249,19 @@ TEST(Wavelet, StructuresNegativeCoefficientsAreAlwaysCleared) {
   const cv::Size size(60, 60);
   std::vector<cv::Mat> details = ZeroPlanes(3, size);
   details[2](cv::Rect(20, 20, 15, 15)).setTo(-300);
-  CWavelet wavelet(kB3, 4.0f);
-  wavelet.SetPlanes(details, ZeroPlanes(3, size));
+  CWavelet wavelet = WithPlanes(details);
   EXPECT_EQ(cv::countNonZero(Structures(wavelet, 0.0f, cv::Mat::ones(size, CV_8U))), 0);
 }
 
 TEST(Wavelet, StructuresStructuresSmallerThanTheFiveByFiveEllipseVanish) {
   const cv::Size size(120, 120);
   std::vector<cv::Mat> details = ZeroPlanes(4, size);
-  details[3](cv::Rect(10, 10, 3, 3)).setTo(100);
-  details[3](cv::Rect(30, 10, 4, 4)).setTo(100);
-  details[3](cv::Rect(50, 10, 5, 5)).setTo(100);
-  details[3](cv::Rect(80, 10, 7, 7)).setTo(100);
-  CWavelet wavelet(kB3, 4.0f);
-  wavelet.SetPlanes(details, ZeroPlanes(4, size));
+  // Squares of sides 3, 4, 5 and 7 in a row.
+  for (const cv::Rect& square : {cv::Rect(10, 10, 3, 3), cv::Rect(30, 10, 4, 4),
+                                 cv::Rect(50, 10, 5, 5), cv::Rect(80, 10, 7, 7)}) {
+    details[3](square).setTo(100);
+  }
+  CWavelet wavelet = WithPlanes(details);
   const cv::Mat out = Structures(wavelet, 3.0f, cv::Mat::ones(size, CV_8U));
   EXPECT_EQ(cv::countNonZero(out(cv::Rect(5, 5, 35, 20))), 0);
   // A 5x5 square keeps the ellipse inside it (its corners go); 7x7 keeps its centre.
@@ -284,13 +290,11 @@ TEST(Wavelet, StructuresOutliersAreRejectedFromTheNoiseLevel) {
   details.push_back(plane);
   const cv::Mat mask = cv::Mat::ones(size, CV_8U);
 
-  CWavelet rejecting(kB3, 4.0f);
-  rejecting.SetPlanes(details, ZeroPlanes(3, size));
+  CWavelet rejecting = WithPlanes(details);
   const cv::Mat out = Structures(rejecting, 3.0f, mask);
   EXPECT_EQ(out.at<float>(154, 154), 12.0f);
 
-  CWavelet keeping(kB3, 1e6f);
-  keeping.SetPlanes(details, ZeroPlanes(3, size));
+  CWavelet keeping = WithPlanes(details, 1e6f);
   EXPECT_EQ(Structures(keeping, 3.0f, mask).at<float>(154, 154), 0.0f);
 }
 
@@ -301,8 +305,7 @@ TEST(Wavelet, StructuresTheTwoFinestPlanesNeverContribute) {
   details[0](cv::Rect(10, 10, 20, 20)).setTo(500);
   details[1](cv::Rect(10, 10, 20, 20)).setTo(500);
   details[6](cv::Rect(10, 10, 20, 20)).setTo(9);
-  CWavelet wavelet(kB3, 4.0f);
-  wavelet.SetPlanes(details, ZeroPlanes(7, size));
+  CWavelet wavelet = WithPlanes(details);
   const cv::Mat out = Structures(wavelet, 3.0f, cv::Mat::ones(size, CV_8U));
   EXPECT_EQ(out.at<float>(20, 20), 9.0f);
 }
@@ -371,6 +374,15 @@ cv::Mat ReferenceExtension(const cv::Mat& src, const cv::Mat& region, bool stopS
   return dst;
 }
 
+// ExtendOutsideMask of src with a disc of the given radius around the image centre as region.
+cv::Mat ExtendAroundDisc(const cv::Mat& src, int radius, cv::Mat& region) {
+  region = cv::Mat::zeros(src.size(), CV_8U);
+  cv::circle(region, cv::Point(src.cols / 2, src.rows / 2), radius, cv::Scalar(1), cv::FILLED);
+  cv::Mat dst;
+  CWavelet::ExtendOutsideMask(src, dst, region);
+  return dst;
+}
+
 cv::Mat RadialRamp(int size) {
   cv::Mat image(size, size, CV_16UC1);
   const double c = size / 2;
@@ -386,10 +398,8 @@ cv::Mat RadialRamp(int size) {
 TEST(Wavelet, ExtensionNarrowPolarFormIsMappedBackWithoutExtension) {
   // 300 x 260: radius 198, so the polar image has 198 columns.
   const cv::Mat src = RandomIntegers(260, 300, CV_16UC1, 17, 100, 9000);
-  cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
-  cv::circle(region, cv::Point(150, 130), 80, cv::Scalar(1), cv::FILLED);
-  cv::Mat dst;
-  CWavelet::ExtendOutsideMask(src, dst, region);
+  cv::Mat region;
+  const cv::Mat dst = ExtendAroundDisc(src, 80, region);
   EXPECT_TRUE(ImagesEqual(dst, ReferenceExtension(src, region, true)));
   // Inside the region the source is kept exactly; outside it is the round trip through polar.
   cv::Mat inside = cv::Mat::zeros(src.size(), src.type());
@@ -404,10 +414,8 @@ TEST(Wavelet, ExtensionPolarWidthOf711HasNothingToStretch) {
   // 1006 x 1006: radius 711.4, 711 polar columns; the range from 710 that stops one column
   // short of the edge is empty, so the image is mapped back as it is.
   const cv::Mat src = RadialRamp(1006);
-  cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
-  cv::circle(region, cv::Point(503, 503), 200, cv::Scalar(1), cv::FILLED);
-  cv::Mat dst;
-  CWavelet::ExtendOutsideMask(src, dst, region);
+  cv::Mat region;
+  const cv::Mat dst = ExtendAroundDisc(src, 200, region);
   EXPECT_TRUE(ImagesEqual(dst, ReferenceExtension(src, region, true)));
   EXPECT_NEAR(dst.at<unsigned short>(503 + 488, 503 + 488), 6900, 30);
 }
@@ -415,10 +423,8 @@ TEST(Wavelet, ExtensionPolarWidthOf711HasNothingToStretch) {
 TEST(Wavelet, ExtensionRadiiFrom710OnRepeatTheValueAt710) {
   // 1100 x 1100: radius 777.8, 778 polar columns.
   const cv::Mat src = RadialRamp(1100);
-  cv::Mat region = cv::Mat::zeros(src.size(), CV_8U);
-  cv::circle(region, cv::Point(550, 550), 300, cv::Scalar(1), cv::FILLED);
-  cv::Mat dst;
-  CWavelet::ExtendOutsideMask(src, dst, region);
+  cv::Mat region;
+  const cv::Mat dst = ExtendAroundDisc(src, 300, region);
   // Radius 740 along the diagonal reads the ramp at 710, radius 600 its own value.
   EXPECT_NEAR(dst.at<unsigned short>(550 + 523, 550 + 523), 7100, 30);
   EXPECT_NEAR(dst.at<unsigned short>(550 + 424, 550 + 424), 6000, 30);

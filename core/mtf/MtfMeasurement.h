@@ -112,8 +112,7 @@ class CMtfMeasurement {
   EdgeProfiler profiler;
   float oversampling = 4.0f;
   // Given to every MtfResult before ComputeMtf (1.0: unknown, cycles per pixel).
-  float pitch = 1.0f;
-  float resolution = 1.0f;
+  float pitch = 1.0f, resolution = 1.0f;
   float efficiency = 0.0f;
   double centroidHalfWidth = 6.5;
   double regionLength = 0.8;

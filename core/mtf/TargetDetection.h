@@ -14,15 +14,13 @@ struct TargetDetectionSettings {
   std::int32_t workingSize = 2048;
   // Canny thresholds; when either is not above 0 the grey image itself is handed to contour
   // retrieval and must already be binary.
-  float cannyLow = 30.0f;
-  float cannyHigh = 50.0f;
+  float cannyLow = 30.0f, cannyHigh = 50.0f;
   // Shortest over longest box side.
   float minimumAspect = 0.7f;
   // In pixels of the working image.
   float minimumArea = 1000.0f;
   // Bounds of the folded box angle, degrees.
-  float minimumAngle = 3.5f;
-  float maximumAngle = 8.0f;
+  float minimumAngle = 3.5f, maximumAngle = 8.0f;
   // Written by detection: working-image coordinates times scale give input coordinates. Kept
   // from the previous run when a run does not resize.
   double scale = 1.0;

@@ -10,8 +10,7 @@
 class CDarkReference {
  public:
   // Exposures of the two master darks, seconds.
-  static constexpr float kLongExposure = 150.0f;
-  static constexpr float kShortExposure = 1.0f;
+  static constexpr float kLongExposure = 150.0f, kShortExposure = 1.0f;
 
   virtual ~CDarkReference() = default;
 

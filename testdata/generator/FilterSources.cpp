@@ -37,6 +37,14 @@ double BlobSum(const std::vector<Blob>& blobs, double x, double y) {
   return value;
 }
 
+// The blobs as the record lists them: " (x, y, sigma x, sigma y, amplitude)" each.
+void RecordBlobs(std::ostringstream& record, const std::vector<Blob>& blobs) {
+  for (const Blob& b : blobs) {
+    record << " (" << b.x << ", " << b.y << ", " << b.sigmaX << ", " << b.sigmaY << ", "
+           << b.amplitude << ")";
+  }
+}
+
 std::uint16_t ClipToU16(double value) {
   return static_cast<std::uint16_t>(std::clamp(std::lround(value), 0L, 65535L));
 }
@@ -81,10 +89,7 @@ cv::Mat MakeMedianSource(std::ostringstream& record) {
   record << "MedianSrc.tif: " << kCols << "x" << kRows
          << " 16-bit; background 1500 + 1.2 x + 0.8 y + 300 sin(2 pi x / 173) cos(2 pi y / 131)"
             "; Gaussian blobs (x, y, sigma x, sigma y, amplitude):";
-  for (const Blob& b : blobs) {
-    record << " (" << b.x << ", " << b.y << ", " << b.sigmaX << ", " << b.sigmaY << ", "
-           << b.amplitude << ")";
-  }
+  RecordBlobs(record, blobs);
   record << "; bar x 60..199 y 300..329 +12000; square x 250..289 y 60..99 -1200; line y = x/3 + "
             "200 for 320 < x < 620 +5000; disc centre (380, 170) radius 35 +25000; noise sigma "
             "= sqrt(12^2 + v / 2); "
@@ -129,10 +134,7 @@ void MakeCosmicRayFrames(cv::Mat& clean, cv::Mat& hit, std::ostringstream& recor
   record << "CosmicRay10-100.tif: " << kSize << "x" << kSize
          << " 16-bit clean frame; scene 3000 + 2 x - 1.5 y + Gaussian blobs (x, y, sigma x, "
             "sigma y, amplitude):";
-  for (const Blob& b : blobs) {
-    record << " (" << b.x << ", " << b.y << ", " << b.sigmaX << ", " << b.sigmaY << ", "
-           << b.amplitude << ")";
-  }
+  RecordBlobs(record, blobs);
   record << "; noise sigma " << kSigma << " clipped to +-4 sigma (seed " << kSeed << ")\n";
 
   // Hits: 50% single pixels, 30% clusters of 2..6 touching pixels, 20% tracks of 3..8 pixels.

@@ -53,8 +53,7 @@ struct ChartTarget {
 };
 
 struct ChartLayout {
-  int rows = 1536;
-  int cols = 2048;
+  int rows = 1536, cols = 2048;
   double background = 1.0;
   // Grey levels of the targets' frames and centres.
   double frame = 0.0;

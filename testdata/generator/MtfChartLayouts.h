@@ -3,7 +3,11 @@
 // reject. Shared by the MtfCharts data set and the tests that check detection against the truth.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "MtfChart.h"
@@ -135,33 +139,115 @@ inline cv::Mat RenderQuantisedChart(const ChartLayout& layout, double sigma,
   return out;
 }
 
-// "FTM.tif": 2048 x 1536. Levels are fractions of the full scale (background 1, frame 0).
-inline ChartLayout FtmLayout() {
+// A distractor of a chart: its shapes and the note the truth file gives it.
+struct Distractor {
+  std::vector<ChartShape> shapes;
+  std::string note;
+};
+
+namespace distractor_notes {
+
+// Numbers as the notes print them (the stream's default format: 95, -3, 0.4).
+inline std::string Number(double v) {
+  std::ostringstream s;
+  s << v;
+  return s.str();
+}
+
+inline std::string Point(cv::Point2d p) { return "(" + Number(p.x) + ", " + Number(p.y) + ")"; }
+
+}  // namespace distractor_notes
+
+inline Distractor Disc(cv::Point2d centre, double radius, double delta) {
+  using namespace distractor_notes;
+  return {{DiscShape(centre, radius, delta)},
+          "disc centre " + Point(centre) + " radius " + Number(radius)};
+}
+
+inline Distractor Rectangle(cv::Point2d centre, double width, double height, double turnDegrees,
+                            double delta) {
+  using namespace distractor_notes;
+  return {{RectangleShape(centre, width, height, turnDegrees, delta)},
+          "rectangle " + Number(width) + " x " + Number(height) + " (aspect " +
+              Number(std::min(width, height) / std::max(width, height)) + ") centre " +
+              Point(centre) + " turned " + Number(turnDegrees) + " degrees"};
+}
+
+inline Distractor Square(cv::Point2d centre, double side, double turnDegrees, double delta) {
+  using namespace distractor_notes;
+  return {{RectangleShape(centre, side, side, turnDegrees, delta)},
+          "square side " + Number(side) + " (area " + Number(side * side) + ") centre " +
+              Point(centre) + " turned " + Number(turnDegrees) + " degrees"};
+}
+
+inline Distractor Triangle(const std::vector<cv::Point2d>& corners, double delta) {
+  using namespace distractor_notes;
+  std::string note = "triangle";
+  for (const cv::Point2d& corner : corners) note += " " + Point(corner);
+  return {{PolygonShape(corners, delta)}, note};
+}
+
+// Letters of the stroke font in cells w x h with stroke t, from the top-left corner at.
+inline Distractor Marks(const std::string& text, cv::Point2d at, double w, double h, double t,
+                        double delta) {
+  using namespace distractor_notes;
+  Distractor d;
+  chart_marks::Text(d.shapes, text, at.x, at.y, w, h, t, delta);
+  d.note = "marks " + text + ", cells " + Number(w) + " x " + Number(h) + ", stroke " + Number(t) +
+           ", from " + Point(at);
+  return d;
+}
+
+// Small captions in one cell size, with one note for all of them.
+inline Distractor Captions(const std::vector<std::pair<std::string, cv::Point2d>>& captions,
+                           double w, double h, double t, double delta) {
+  using namespace distractor_notes;
+  Distractor d;
+  d.note = captions.size() > 1 ? "captions " : "caption ";
+  for (std::size_t i = 0; i < captions.size(); ++i) {
+    chart_marks::Text(d.shapes, captions[i].first, captions[i].second.x, captions[i].second.y, w, h,
+                      t, delta);
+    d.note += (i > 0 ? " and " : "") + captions[i].first + " at " + Point(captions[i].second);
+  }
+  d.note += ", cells " + Number(w) + " x " + Number(h) + ", stroke " + Number(t);
+  return d;
+}
+
+// A layout of the given size with its targets, levels as fractions of the full scale: background
+// 1, target frames 0, target centres at the given level.
+inline ChartLayout TargetLayout(int cols, int rows, double centre,
+                                std::vector<ChartTarget> targets) {
   ChartLayout l;
-  l.cols = 2048;
-  l.rows = 1536;
+  l.cols = cols;
+  l.rows = rows;
   l.background = 1.0;
   l.frame = 0.0;
-  l.centre = 0.55;
-  l.targets = {
-      {{430, 400}, 300, 3.0, 0.25},   {{1040, 390}, 240, -6.0, 0.25}, {{1630, 430}, 380, 8.0, 0.25},
-      {{620, 1110}, 360, -4.0, 0.25}, {{1500, 1130}, 260, 9.5, 0.25},
-  };
-  const double dark = -0.85;
-  // Distractors.
-  l.shapes.push_back(DiscShape({1060, 820}, 95, dark));
-  l.notes.push_back("disc centre (1060, 820) radius 95");
-  l.shapes.push_back(RectangleShape({1750, 820}, 300, 120, 4.0, dark));
-  l.notes.push_back("rectangle 300 x 120 (aspect 0.4) centre (1750, 820) turned 4 degrees");
-  l.shapes.push_back(RectangleShape({200, 800}, 26, 26, 5.0, dark));
-  l.notes.push_back("square side 26 (area 676) centre (200, 800) turned 5 degrees");
-  l.shapes.push_back(PolygonShape({{100, 1300}, {270, 1300}, {185, 1150}}, dark));
-  l.notes.push_back("triangle (100, 1300) (270, 1300) (185, 1150)");
-  chart_marks::Text(l.shapes, "T7F", 960, 1420, 40, 70, 9, dark);
-  l.notes.push_back("marks T7F, cells 40 x 70, stroke 9, from (960, 1420)");
-  chart_marks::Text(l.shapes, "FTE 1", 60, 40, 12, 21, 3, dark);
-  chart_marks::Text(l.shapes, "HIL2", 1800, 1480, 12, 21, 3, dark);
-  l.notes.push_back("captions FTE 1 at (60, 40) and HIL2 at (1800, 1480), cells 12 x 21, stroke 3");
+  l.centre = centre;
+  l.targets = std::move(targets);
+  return l;
+}
+
+// Adds the distractors' shapes and notes to the layout, in order.
+inline void AddDistractors(ChartLayout& layout, const std::vector<Distractor>& distractors) {
+  for (const Distractor& d : distractors) {
+    layout.shapes.insert(layout.shapes.end(), d.shapes.begin(), d.shapes.end());
+    layout.notes.push_back(d.note);
+  }
+}
+
+// "FTM.tif": 2048 x 1536.
+inline ChartLayout FtmLayout() {
+  ChartLayout l = TargetLayout(2048, 1536, 0.55,
+                               {{{430, 400}, 300, 3.0, 0.25},
+                                {{1040, 390}, 240, -6.0, 0.25},
+                                {{1630, 430}, 380, 8.0, 0.25},
+                                {{620, 1110}, 360, -4.0, 0.25},
+                                {{1500, 1130}, 260, 9.5, 0.25}});
+  AddDistractors(l, {Disc({1060, 820}, 95, -0.85), Rectangle({1750, 820}, 300, 120, 4.0, -0.85),
+                     Square({200, 800}, 26, 5.0, -0.85),
+                     Triangle({{100, 1300}, {270, 1300}, {185, 1150}}, -0.85),
+                     Marks("T7F", {960, 1420}, 40, 70, 9, -0.85),
+                     Captions({{"FTE 1", {60, 40}}, {"HIL2", {1800, 1480}}}, 12, 21, 3, -0.85)});
   return l;
 }
 
@@ -170,30 +256,17 @@ inline ChartLayout TestEntreeLayout() { return FtmLayout(); }
 
 // "FTM2.tif": 2000 x 1500, another arrangement (written as 16-bit).
 inline ChartLayout Ftm2Layout() {
-  ChartLayout l;
-  l.cols = 2000;
-  l.rows = 1500;
-  l.background = 1.0;
-  l.frame = 0.0;
-  l.centre = 0.47;
-  l.targets = {
-      {{380, 1100}, 280, -3.0, 0.25},  {{1000, 1120}, 340, 5.0, 0.25},
-      {{1600, 1080}, 220, -8.0, 0.25}, {{520, 420}, 240, 7.0, 0.25},
-      {{1350, 430}, 400, -2.5, 0.25},
-  };
-  const double dark = -0.8;
-  l.shapes.push_back(DiscShape({1800, 420}, 110, dark));
-  l.notes.push_back("disc centre (1800, 420) radius 110");
-  l.shapes.push_back(RectangleShape({150, 420}, 120, 300, -3.0, dark));
-  l.notes.push_back("rectangle 120 x 300 (aspect 0.4) centre (150, 420) turned -3 degrees");
-  l.shapes.push_back(RectangleShape({880, 720}, 28, 28, 6.0, dark));
-  l.notes.push_back("square side 28 (area 784) centre (880, 720) turned 6 degrees");
-  l.shapes.push_back(PolygonShape({{1720, 1400}, {1900, 1400}, {1810, 1300}}, dark));
-  l.notes.push_back("triangle (1720, 1400) (1900, 1400) (1810, 1300)");
-  chart_marks::Text(l.shapes, "7TF", 250, 1400, 40, 70, 9, dark);
-  l.notes.push_back("marks 7TF, cells 40 x 70, stroke 9, from (250, 1400)");
-  chart_marks::Text(l.shapes, "FTE 2", 40, 40, 12, 21, 3, dark);
-  l.notes.push_back("caption FTE 2 at (40, 40), cells 12 x 21, stroke 3");
+  ChartLayout l = TargetLayout(2000, 1500, 0.47,
+                               {{{380, 1100}, 280, -3.0, 0.25},
+                                {{1000, 1120}, 340, 5.0, 0.25},
+                                {{1600, 1080}, 220, -8.0, 0.25},
+                                {{520, 420}, 240, 7.0, 0.25},
+                                {{1350, 430}, 400, -2.5, 0.25}});
+  AddDistractors(l, {Disc({1800, 420}, 110, -0.8), Rectangle({150, 420}, 120, 300, -3.0, -0.8),
+                     Square({880, 720}, 28, 6.0, -0.8),
+                     Triangle({{1720, 1400}, {1900, 1400}, {1810, 1300}}, -0.8),
+                     Marks("7TF", {250, 1400}, 40, 70, 9, -0.8),
+                     Captions({{"FTE 2", {40, 40}}}, 12, 21, 3, -0.8)});
   return l;
 }
 

@@ -19,19 +19,8 @@ constexpr std::uint64_t kMtfEdge1Seed = 61;
 constexpr std::uint64_t kMtfEdge2Seed = 62;
 
 inline SlantedEdge MtfEdgeModel(double sigma, std::uint64_t seed) {
-  SlantedEdge edge;
-  edge.rows = 256;
-  edge.cols = 128;
-  edge.angleDegrees = 5.0;
-  edge.sigma = sigma;
-  edge.dark = 2000.0;
-  edge.bright = 12000.0;
-  edge.darkFirst = true;
-  edge.horizontal = false;
-  edge.offset = 0.0;
-  edge.noise = 20.0;
-  edge.seed = seed;
-  return edge;
+  // rows, cols, angle, sigma, dark, bright, dark first, horizontal, offset, noise, seed
+  return SlantedEdge{256, 128, 5.0, sigma, 2000.0, 12000.0, true, false, 0.0, 20.0, seed};
 }
 
 }  // namespace datagen

@@ -12,14 +12,12 @@
 namespace datagen {
 
 struct SlantedEdge {
-  int rows = 256;
-  int cols = 128;
+  int rows = 256, cols = 128;
   // Tilt of the edge line from the columns direction (vertical), degrees.
   double angleDegrees = 5.0;
   // Gaussian PSF standard deviation, pixels.
   double sigma = 1.0;
-  double dark = 0.0;
-  double bright = 1.0;
+  double dark = 0.0, bright = 1.0;
   // true: dark on the left (top for a horizontal edge), bright on the other side.
   bool darkFirst = true;
   // true: the edge runs along the rows (near-horizontal); the picture is the transpose of the
