@@ -91,7 +91,7 @@ TEST(ContourFeatures, CornerCosineKeepsTheTinyTermUnderTheRoot) {
 TEST(ContourFeatures, CircleTracedWithManyPointsIsAlmostPerfectlyCircular) {
   std::vector<cv::Point> circle;
   for (int i = 0; i < 360; ++i) {
-    const double t = i * 3.141592653589793 / 180.0;
+    const double t = i * CV_PI / 180.0;
     circle.emplace_back(cvRound(500 + 200 * std::cos(t)), cvRound(400 + 200 * std::sin(t)));
   }
   const double circularity = Feature(circle, ContourFeature::Circularity);
@@ -114,7 +114,7 @@ TEST(ContourFeatures, ShortContoursUseTheRectangleLongOnesTheEllipse) {
   // minimum-area rectangle of the same hexagon would say about 0.35.
   std::vector<cv::Point> six;
   for (int i = 0; i < 6; ++i) {
-    const double t = i * 3.141592653589793 / 3.0;
+    const double t = i * CV_PI / 3.0;
     six.emplace_back(cvRound(1000 + 1000 * std::cos(t)), cvRound(1000 + 400 * std::sin(t)));
   }
   EXPECT_NEAR(Feature(six, ContourFeature::AspectRatio), 0.4, 0.002);

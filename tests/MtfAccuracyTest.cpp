@@ -49,13 +49,12 @@ const char* Describe(const SweepCase& c, char* buffer, std::size_t size) {
 }
 
 SweepError Measure(const SweepCase& c, const cv::Mat& image, double* slopeError) {
-  const double pi = 3.141592653589793;
   CMtfMeasurement measurement;
   MtfResult result;
   float fitted = 0.0f;
   EXPECT_TRUE(measurement.MeasureRegion(image, result, &fitted));
   if (slopeError != nullptr)
-    *slopeError = std::fabs(fitted) - std::tan(std::fabs(c.angle) * pi / 180.0);
+    *slopeError = std::fabs(fitted) - std::tan(std::fabs(c.angle) * CV_PI / 180.0);
   const double trueCut = datagen::SlantedEdgeTrueCrossing(c.sigma, 0.1);
   const double true50 = datagen::SlantedEdgeTrueCrossing(c.sigma, 0.5);
   return {100.0 * (result.cutFrequency / trueCut - 1.0),

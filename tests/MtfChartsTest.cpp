@@ -89,7 +89,7 @@ std::vector<Chart> Charts() {
           {"TestEntreeFTM.tif", datagen::TestEntreeLayout(), CV_8UC1}};
 }
 
-TEST(MtfCharts, SizeAndType) {
+TEST(MtfChartsData, SizeAndType) {
   for (const Chart& chart : Charts()) {
     const cv::Mat image = cv::imread(kData + chart.file, cv::IMREAD_UNCHANGED);
     ASSERT_FALSE(image.empty()) << chart.file;
@@ -100,7 +100,7 @@ TEST(MtfCharts, SizeAndType) {
   }
 }
 
-TEST(MtfCharts, DetectionFindsTheFiveTargetsAtTheirTrueCorners) {
+TEST(MtfChartsData, DetectionFindsTheFiveTargetsAtTheirTrueCorners) {
   for (const Chart& chart : Charts()) {
     const cv::Mat image = cv::imread(kData + chart.file, cv::IMREAD_UNCHANGED);
     ASSERT_FALSE(image.empty()) << chart.file;
@@ -147,7 +147,7 @@ TEST(MtfCharts, DetectionFindsTheFiveTargetsAtTheirTrueCorners) {
   }
 }
 
-TEST(MtfCharts, DistractorsAloneGiveNoTarget) {
+TEST(MtfChartsData, DistractorsAloneGiveNoTarget) {
   // The charts' distractors (disc, 0.4 rectangle, small square, triangle, marks and captions)
   // rendered without the targets: every one must fail a criterion.
   for (datagen::ChartLayout layout : {datagen::FtmLayout(), datagen::Ftm2Layout()}) {
@@ -167,7 +167,7 @@ TEST(MtfCharts, DistractorsAloneGiveNoTarget) {
   }
 }
 
-TEST(MtfCharts, CalibratedBlurGivesItsMeanEfficiency) {
+TEST(MtfChartsData, CalibratedBlurGivesItsMeanEfficiency) {
   // The blur of FTM.tif and TestEntreeFTM.tif was chosen for these mean efficiencies of the
   // target measurement; a change of detection or measurement that moves them shows here.
   const struct {

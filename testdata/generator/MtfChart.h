@@ -137,7 +137,7 @@ inline Prepared Prepare(const ChartShape& shape, double margin) {
   Prepared p;
   p.shape = shape;
   if (shape.kind == ChartShape::Kind::Rectangle) {
-    const double a = shape.angleDegrees * 3.141592653589793 / 180.0;
+    const double a = shape.angleDegrees * CV_PI / 180.0;
     p.cosA = std::cos(a);
     p.sinA = std::sin(a);
     const double ex = std::fabs(p.cosA) * shape.halfWidth + std::fabs(p.sinA) * shape.halfHeight;

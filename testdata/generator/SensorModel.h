@@ -186,7 +186,7 @@ inline std::vector<CosmicRayHit> DrawCosmicRays(const CosmicRayModel& m, int row
     h.sigma = m.sigma;
     if (rng.Uniform() < m.trackFraction) {
       const double length = rng.Uniform(m.minTrackLength, m.maxTrackLength);
-      const double angle = rng.Uniform(0.0, 2.0 * 3.14159265358979323846);
+      const double angle = rng.Uniform(0.0, 2.0 * CV_PI);
       h.x1 = h.x0 + length * std::cos(angle);
       h.y1 = h.y0 + length * std::sin(angle);
     } else {

@@ -80,7 +80,7 @@ inline cv::Mat RenderSlantedEdge(const SlantedEdge& edge) {
   const int rows = edge.rows;
   const int cols = edge.cols;
   cv::Mat vertical(rows, cols, CV_64F);
-  const double theta = edge.angleDegrees * 3.141592653589793 / 180.0;
+  const double theta = edge.angleDegrees * CV_PI / 180.0;
   const double x0 = 0.5 * (cols - 1) + edge.offset;
   const double y0 = 0.5 * (rows - 1);
   Random random(edge.seed);
@@ -109,9 +109,8 @@ inline cv::Mat RenderSlantedEdge16U(const SlantedEdge& edge) {
 
 // The true MTF of the model at f cycles per pixel.
 inline double SlantedEdgeTrueMtf(double sigma, double f) {
-  const double pi = 3.141592653589793;
-  const double blur = std::exp(-2.0 * pi * pi * sigma * sigma * f * f);
-  const double aperture = f == 0.0 ? 1.0 : std::fabs(std::sin(pi * f) / (pi * f));
+  const double blur = std::exp(-2.0 * CV_PI * CV_PI * sigma * sigma * f * f);
+  const double aperture = f == 0.0 ? 1.0 : std::fabs(std::sin(CV_PI * f) / (CV_PI * f));
   return blur * aperture;
 }
 

@@ -128,7 +128,7 @@ std::vector<CosmicRayHit> DrawClearCosmicRays(const CosmicRayModel& m, const Sce
     h.y1 = h.y0;
     if (rng.Uniform() < m.trackFraction) {
       const double length = rng.Uniform(m.minTrackLength, m.maxTrackLength);
-      const double angle = rng.Uniform(0.0, 2.0 * 3.14159265358979323846);
+      const double angle = rng.Uniform(0.0, 2.0 * CV_PI);
       h.x1 = std::clamp(h.x0 + length * std::cos(angle), 8.0, cols - 9.0);
       h.y1 = std::clamp(h.y0 + length * std::sin(angle), 8.0, rows - 9.0);
     }
