@@ -34,6 +34,12 @@ struct EdgeProfiler {
 // one channel" / "unsupported region depth"; std::system_error when a thread fails.
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope);
 
+// The same profile without the rows start <= r < end of excludedRows (none when end <= start): the
+// other rows keep their row index in the projection and the bins keep the whole region's layout,
+// so profiles that leave out different rows share one sampling.
+std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope,
+                                     const cv::Range& excludedRows);
+
 // Straightforward single-threaded version of the same projection (cv::Mat::at, one pass), kept as
 // the oracle of the identity tests. Writes the bin offset it used to binOffset.
 std::vector<double> BuildEdgeProfileReference(const cv::Mat& region, float slope,
