@@ -8,6 +8,7 @@
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
@@ -660,6 +661,136 @@ TEST(PluginScenarios, DoubledSeparatorOfTheMtfFileNamesIsAccepted) {
   const cv::Mat image =
       cv::imread(kData + OMBRIX_SEP "DarkChamber" OMBRIX_SEP "Black_1s.tif", cv::IMREAD_UNCHANGED);
   EXPECT_FALSE(image.empty());
+}
+
+// ---- In-memory dark frames (slot 8) and the defect map (slot 14) ------------------------------
+
+TEST(OmbrixProcessing, SetDarkFramesGivesTheReferenceOfLoadDarkFrames) {
+  TempFolder folder("set_darks");
+  const DarkPair darks = MakeDarks(9, 11);
+  cv::Mat bad = cv::Mat::zeros(9, 11, CV_8U);
+  bad.at<uchar>(4, 5) = 1;
+  cv::imwrite(folder.File("long.tif"), darks.d150);
+  cv::imwrite(folder.File("short.tif"), darks.d1);
+  cv::imwrite(folder.File("bad.tif"), bad);
+  cv::Mat raw;
+  darks.d150.convertTo(raw, CV_16U);
+  raw += cv::Scalar(250);
+  raw.at<std::uint16_t>(4, 5) = 60000;
+  for (const bool withMap : {false, true}) {
+    COmbrixProcessing loaded;
+    ASSERT_TRUE(loaded.LoadDarkFrames(folder.File("long.tif"), folder.File("short.tif"),
+                                      withMap ? folder.File("bad.tif") : ""));
+    COmbrixProcessing set;
+    ASSERT_TRUE(set.SetDarkFrames(darks.d150, darks.d1, withMap ? bad : cv::Mat()));
+    for (const float exposure : {1.0f, 37.5f, 150.0f}) {
+      loaded.PushImage({raw, exposure});
+      set.PushImage({raw, exposure});
+      EXPECT_EQ(cv::norm(loaded.GetProcessedImage(), set.GetProcessedImage(), cv::NORM_INF), 0.0)
+          << withMap << " " << exposure;
+    }
+  }
+}
+
+TEST(OmbrixProcessing, SetDarkFramesRefusesWhatLoadDarkFramesRefusesAndKeepsTheReference) {
+  const DarkPair darks = MakeDarks(8, 8);
+  cv::Mat eight;
+  darks.d1.convertTo(eight, CV_8U, 1.0 / 256.0);
+  COmbrixProcessing plugin;
+  EXPECT_FALSE(plugin.SetDarkFrames(cv::Mat(), darks.d1, cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, cv::Mat(), cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, cv::Mat(4, 8, CV_16U, cv::Scalar(5)), cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, eight, cv::Mat()));
+  EXPECT_FALSE(plugin.DarkReference().Loaded());
+  ASSERT_TRUE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat(4, 4, CV_8U, cv::Scalar(0))));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat(8, 8, CV_8UC3, cv::Scalar(0))));
+  EXPECT_FALSE(
+      plugin.SetDarkFrames(cv::Mat(8, 8, CV_16U, cv::Scalar(1)), darks.d1, cv::Mat(3, 3, CV_8U)));
+  // The good reference set before the refusals is still in force.
+  plugin.PushImage({darks.d150, 150.0f});
+  EXPECT_EQ(cv::countNonZero(plugin.GetProcessedImage()), 0);
+}
+
+TEST(DarkChamberInspection, DefectMapHoldsTheRegionsCounted) {
+  const cv::Mat noise = NoiseImage(128, 128, 0.0, 5.0, 31);
+  cv::Mat image = noise.clone();
+  image(cv::Rect(100, 100, 10, 10)) += cv::Scalar(200.0);                  // 100 px: counted
+  image(cv::Rect(0, 40, 3, 5)) += cv::Scalar(200.0);                       // 15 px: too small
+  for (int i = 0; i < 16; ++i) image.at<float>(10 + i, 50 + i) += 200.0f;  // corner-linked chain
+  cv::Mat map;
+  ASSERT_EQ(CDarkChamberInspection::CountDefects(image, map), 2);
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(image), 2);
+  ASSERT_EQ(map.size(), image.size());
+  ASSERT_EQ(map.type(), CV_8UC1);
+  EXPECT_EQ(cv::countNonZero(map(cv::Rect(100, 100, 10, 10)) != 255), 0);
+  EXPECT_EQ(cv::countNonZero(map(cv::Rect(0, 40, 3, 5))), 0);
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(map.at<uchar>(10 + i, 50 + i), 255) << i;
+  EXPECT_EQ(cv::countNonZero(map), 116);
+  EXPECT_EQ(cv::countNonZero((map != 0) & (map != 255)), 0);
+  // Unusable images release the map.
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(cv::Mat(), map), -1);
+  EXPECT_TRUE(map.empty());
+  CDarkChamberInspection::CountDefects(image, map);
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(cv::Mat(4, 4, CV_32FC3), map), -1);
+  EXPECT_TRUE(map.empty());
+}
+
+// The dark-reference sequence of a scenario folder through a loaded plug-in object, the darks
+// handed over in memory (slot 8); returns the minimum of the processed frames.
+cv::Mat MinimumThroughSlots(IOmbrixProcessing& plugin, const std::string& folder) {
+  EXPECT_TRUE(plugin.SetDarkFrames(cv::imread(folder + "/Black_150s.tif", cv::IMREAD_UNCHANGED),
+                                   cv::imread(folder + "/Black_1s.tif", cv::IMREAD_UNCHANGED),
+                                   cv::Mat()));
+  std::vector<cv::String> files;
+  cv::glob(folder + "/RawSignal_*.tif", files, false);
+  std::vector<cv::Mat> frames;
+  for (const auto& file : files) {
+    plugin.BeginImage();
+    plugin.PushImage({cv::imread(file, cv::IMREAD_UNCHANGED), 150.0f});
+    frames.push_back(plugin.GetProcessedImage().clone());
+  }
+  return frames.empty() ? cv::Mat() : MinimumOf(frames);
+}
+
+TEST(OmbrixProcessingModule, DefectMapOfTheLastCountThroughTheLoadedModule) {
+  CFactoryCollection collection;
+  ASSERT_TRUE(collection.m_factoryProcessing.Load(std::string(OMBRIX_TEST_PROCESSING_MODULE)));
+  std::shared_ptr<IOmbrixProcessing> plugin =
+      collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+  ASSERT_TRUE(plugin);
+  EXPECT_TRUE(plugin->GetDefectMap().empty());
+
+  // The leaking chamber: the map holds exactly the regions counted, as computed in process.
+  const cv::Mat leaking = MinimumThroughSlots(*plugin, kData + "DarkChamberFail");
+  ASSERT_FALSE(leaking.empty());
+  const int defects = plugin->CountDarkChamberDefects(leaking);
+  ASSERT_GT(defects, 0);
+  cv::Mat map = plugin->GetDefectMap();
+  ASSERT_EQ(map.size(), leaking.size());
+  ASSERT_EQ(map.type(), CV_8UC1);
+  cv::Mat expected;
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(leaking, expected), defects);
+  EXPECT_EQ(cv::norm(map, expected, cv::NORM_INF), 0.0);
+  cv::Mat labels, stats, centroids;
+  const int components = cv::connectedComponentsWithStats(map, labels, stats, centroids, 8);
+  EXPECT_EQ(components - 1, defects);
+  for (int i = 1; i < components; ++i) {
+    EXPECT_GE(stats.at<int>(i, cv::CC_STAT_AREA), CDarkChamberInspection::kMinRegionArea);
+  }
+  // The caller owns its copy.
+  map.setTo(cv::Scalar(0));
+  EXPECT_EQ(cv::norm(plugin->GetDefectMap(), expected, cv::NORM_INF), 0.0);
+
+  // A clean chamber: a map of zeros; then an unusable image: no map.
+  const cv::Mat clean = MinimumThroughSlots(*plugin, kData + "DarkChamber");
+  EXPECT_EQ(plugin->CountDarkChamberDefects(clean), 0);
+  const cv::Mat zeros = plugin->GetDefectMap();
+  EXPECT_EQ(zeros.size(), clean.size());
+  EXPECT_EQ(cv::countNonZero(zeros), 0);
+  EXPECT_EQ(plugin->CountDarkChamberDefects(cv::Mat()), -1);
+  EXPECT_TRUE(plugin->GetDefectMap().empty());
+  plugin.reset();
 }
 
 }  // namespace
