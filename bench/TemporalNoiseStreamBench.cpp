@@ -13,6 +13,7 @@
 
 #include "Random.h"
 #include "RatioReporter.h"
+#include "SensorFrames.h"
 #include "stack/TemporalNoise.h"
 #include "stack/TemporalNoiseStream.h"
 
@@ -24,16 +25,7 @@ constexpr int kSeriesFrames = 16;
 
 cv::Mat RandomFrame(std::uint64_t seed) {
   datagen::Random random(seed);
-  cv::Mat frame(kSide, kSide, CV_16U);
-  auto* samples = frame.ptr<std::uint16_t>(0);
-  const std::size_t count = frame.total();
-  for (std::size_t i = 0; i < count; i += 4) {
-    std::uint64_t bits = random.Next();
-    for (std::size_t j = 0; j < 4; ++j, bits >>= 16) {
-      samples[i + j] = static_cast<std::uint16_t>(2000 + (bits & 0x7FF));
-    }
-  }
-  return frame;
+  return ombrix_bench::RandomSensorFrame(random, kSide);
 }
 
 const cv::Mat& Frame() {

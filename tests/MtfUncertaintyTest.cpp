@@ -34,15 +34,9 @@ const cv::Mat& CleanEdge(double sigma, double angle, bool darkFirst, bool horizo
   const auto key = std::make_tuple(sigma, angle, darkFirst, horizontal);
   auto found = cache.find(key);
   if (found == cache.end()) {
-    datagen::SlantedEdge edge;
-    edge.rows = kAlong;
-    edge.cols = kAcross;
-    edge.angleDegrees = angle;
-    edge.sigma = sigma;
-    edge.dark = kDark;
-    edge.bright = kBright;
-    edge.darkFirst = darkFirst;
-    edge.horizontal = horizontal;
+    // Rows, columns, tilt, PSF width, dark and bright levels, polarity, orientation; no noise.
+    const datagen::SlantedEdge edge{kAlong, kAcross, angle,     sigma,
+                                    kDark,  kBright, darkFirst, horizontal};
     found = cache.emplace(key, datagen::RenderSlantedEdge(edge)).first;
   }
   return found->second;
@@ -50,15 +44,7 @@ const cv::Mat& CleanEdge(double sigma, double angle, bool darkFirst, bool horizo
 
 // Gaussian noise of fraction x the edge contrast.
 cv::Mat WithNoise(const cv::Mat& clean, double fraction, std::uint64_t seed) {
-  const double deviation = fraction * (kBright - kDark);
-  datagen::Random random(seed);
-  cv::Mat noisy(clean.size(), CV_64F);
-  for (int r = 0; r < clean.rows; ++r) {
-    const double* in = clean.ptr<double>(r);
-    double* out = noisy.ptr<double>(r);
-    for (int c = 0; c < clean.cols; ++c) out[c] = in[c] + deviation * random.Normal();
-  }
-  return noisy;
+  return datagen::AddGaussianNoise(clean, fraction * (kBright - kDark), seed);
 }
 
 // Coverage and mean relative width of a group of intervals.
