@@ -38,7 +38,7 @@
 
 #include "mtf/MtfMeasurement.h"
 
-// One figure with its interval. Every value is -1.0 when not available.
+// One figure with its interval. Values not available are -1.0 (mtfSlope: 0.0).
 struct MtfInterval {
   // The measurement's figure on the whole region (-1.0 when the measurement has none).
   double estimate = -1.0;
