@@ -23,6 +23,7 @@
 
 #include "DataSet.h"
 #include "Random.h"
+#include "SensorFrames.h"
 #include "TemporalNoiseReference.h"
 #include "stack/TemporalNoise.h"
 
@@ -44,18 +45,8 @@ Series& TheSeries() {
   static Series* series = [] {
     auto* s = new Series;
     datagen::Random random(20480);
-    for (int k = 0; k < kFrames; ++k) {
-      cv::Mat frame(kSide, kSide, CV_16U);
-      auto* samples = frame.ptr<std::uint16_t>(0);
-      const std::size_t count = frame.total();
-      for (std::size_t i = 0; i < count; i += 4) {
-        std::uint64_t bits = random.Next();
-        for (std::size_t j = 0; j < 4; ++j, bits >>= 16) {
-          samples[i + j] = static_cast<std::uint16_t>(2000 + (bits & 0x7FF));
-        }
-      }
-      s->noise.AddImage(frame);
-    }
+    for (int k = 0; k < kFrames; ++k)
+      s->noise.AddImage(ombrix_bench::RandomSensorFrame(random, kSide));
     s->stackBytes = static_cast<std::size_t>(kFrames) * kSide * kSide * sizeof(std::uint16_t);
     s->resultBytes = static_cast<std::size_t>(kSide) * kSide * sizeof(float);
     return s;

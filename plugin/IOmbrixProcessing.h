@@ -120,7 +120,11 @@ class IOmbrixProcessing {
   virtual bool LoadDarkFrames(const std::string& longDarkPath, const std::string& shortDarkPath,
                               const std::string& biasPath) = 0;
 
-  virtual void Reserved08() {}  // slot 8
+  // Slot 8: the in-memory counterpart of LoadDarkFrames: the long (150 s) and short (1 s) dark
+  // frames and a bad-pixel map (empty: none), with the same checks and the same result.
+  virtual bool SetDarkFrames(const cv::Mat& longDark150, const cv::Mat& shortDark1,
+                             const cv::Mat& badPixels) = 0;
+
   virtual void Reserved09() {}  // slot 9
   virtual void Reserved10() {}  // slot 10
 
@@ -131,7 +135,9 @@ class IOmbrixProcessing {
   // Slot 13: MTF figure of a target image as read from file.
   virtual float ComputeMtf(const cv::Mat& targetImage) = 0;
 
-  virtual void Reserved14() {}  // slot 14
+  // Slot 14: the 8-bit map (255 on the defect regions, 0 elsewhere) of the last
+  // CountDarkChamberDefects, owned by the caller; empty before the first.
+  virtual cv::Mat GetDefectMap() = 0;
 
   // Slot 15: selects the algorithm variant used by the next detection.
   virtual void SetAlgorithmMode(int mode) = 0;

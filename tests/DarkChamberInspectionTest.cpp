@@ -1,6 +1,6 @@
 // The dark-chamber inspection: pure noise and isolated hot pixels are clean, a 16-pixel
-// 8-connected region counts and 15 pixels do not, the threshold of six robust sigmas, and images
-// that cannot be measured.
+// 8-connected region counts and 15 pixels do not, the threshold of six robust sigmas, the defect
+// map of the regions counted, and images that cannot be measured.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -51,6 +51,30 @@ TEST(DarkChamberInspection, ThresholdIsSixRobustSigmasAboveTheMedian) {
   double threshold = 0.0;
   CDarkChamberInspection::ExcessMask(image, threshold);
   EXPECT_DOUBLE_EQ(threshold, 1.0 + 6.0 * 1.4826);
+}
+
+TEST(DarkChamberInspection, DefectMapHoldsTheRegionsCounted) {
+  const cv::Mat noise = NoiseImage(128, 128, 0.0, 5.0, 31);
+  cv::Mat image = noise.clone();
+  image(cv::Rect(100, 100, 10, 10)) += cv::Scalar(200.0);                  // 100 px: counted
+  image(cv::Rect(0, 40, 3, 5)) += cv::Scalar(200.0);                       // 15 px: too small
+  for (int i = 0; i < 16; ++i) image.at<float>(10 + i, 50 + i) += 200.0f;  // corner-linked chain
+  cv::Mat map;
+  ASSERT_EQ(CDarkChamberInspection::CountDefects(image, map), 2);
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(image), 2);
+  ASSERT_EQ(map.size(), image.size());
+  ASSERT_EQ(map.type(), CV_8UC1);
+  EXPECT_EQ(cv::countNonZero(map(cv::Rect(100, 100, 10, 10)) != 255), 0);
+  EXPECT_EQ(cv::countNonZero(map(cv::Rect(0, 40, 3, 5))), 0);
+  for (int i = 0; i < 16; ++i) EXPECT_EQ(map.at<uchar>(10 + i, 50 + i), 255) << i;
+  EXPECT_EQ(cv::countNonZero(map), 116);
+  EXPECT_EQ(cv::countNonZero((map != 0) & (map != 255)), 0);
+  // Unusable images release the map.
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(cv::Mat(), map), -1);
+  EXPECT_TRUE(map.empty());
+  CDarkChamberInspection::CountDefects(image, map);
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(cv::Mat(4, 4, CV_32FC3), map), -1);
+  EXPECT_TRUE(map.empty());
 }
 
 TEST(DarkChamberInspection, UnusableImagesAreNotAvailable) {

@@ -1,6 +1,6 @@
 // The dark reference: the dark signal interpolated between the two master darks, the subtraction
-// against its element-by-element oracle, refused darks that keep the previous reference, bad
-// pixels and bad frames.
+// against its element-by-element oracle, refused darks that keep the previous reference (from
+// files or from images in memory, with the same result), bad pixels and bad frames.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -100,6 +100,53 @@ TEST(DarkReference, RefusesMissingEmptyAndMismatchedDarksAndKeepsThePreviousOne)
   EXPECT_FALSE(plugin.LoadDarkFrames(folder.File("long.tif"), folder.File("short.tif"),
                                      folder.File("no_mask.tif")));
   // The good reference loaded before the refusals is still in force.
+  plugin.PushImage({darks.d150, 150.0f});
+  EXPECT_EQ(cv::countNonZero(plugin.GetProcessedImage()), 0);
+}
+
+TEST(DarkReference, SetDarkFramesGivesTheReferenceOfLoadDarkFrames) {
+  testprocessing::TempFolder folder("set_darks");
+  const DarkPair darks = MakeDarks(9, 11);
+  cv::Mat bad = cv::Mat::zeros(9, 11, CV_8U);
+  bad.at<uchar>(4, 5) = 1;
+  cv::imwrite(folder.File("long.tif"), darks.d150);
+  cv::imwrite(folder.File("short.tif"), darks.d1);
+  cv::imwrite(folder.File("bad.tif"), bad);
+  cv::Mat raw;
+  darks.d150.convertTo(raw, CV_16U);
+  raw += cv::Scalar(250);
+  raw.at<std::uint16_t>(4, 5) = 60000;
+  for (const bool withMap : {false, true}) {
+    COmbrixProcessing loaded;
+    ASSERT_TRUE(loaded.LoadDarkFrames(folder.File("long.tif"), folder.File("short.tif"),
+                                      withMap ? folder.File("bad.tif") : ""));
+    COmbrixProcessing set;
+    ASSERT_TRUE(set.SetDarkFrames(darks.d150, darks.d1, withMap ? bad : cv::Mat()));
+    for (const float exposure : {1.0f, 37.5f, 150.0f}) {
+      loaded.PushImage({raw, exposure});
+      set.PushImage({raw, exposure});
+      EXPECT_EQ(cv::norm(loaded.GetProcessedImage(), set.GetProcessedImage(), cv::NORM_INF), 0.0)
+          << withMap << " " << exposure;
+    }
+  }
+}
+
+TEST(DarkReference, SetDarkFramesRefusesWhatLoadDarkFramesRefusesAndKeepsTheReference) {
+  const DarkPair darks = MakeDarks(8, 8);
+  cv::Mat eight;
+  darks.d1.convertTo(eight, CV_8U, 1.0 / 256.0);
+  COmbrixProcessing plugin;
+  EXPECT_FALSE(plugin.SetDarkFrames(cv::Mat(), darks.d1, cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, cv::Mat(), cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, cv::Mat(4, 8, CV_16U, cv::Scalar(5)), cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, eight, cv::Mat()));
+  EXPECT_FALSE(plugin.DarkReference().Loaded());
+  ASSERT_TRUE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat()));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat(4, 4, CV_8U, cv::Scalar(0))));
+  EXPECT_FALSE(plugin.SetDarkFrames(darks.d150, darks.d1, cv::Mat(8, 8, CV_8UC3, cv::Scalar(0))));
+  EXPECT_FALSE(
+      plugin.SetDarkFrames(cv::Mat(8, 8, CV_16U, cv::Scalar(1)), darks.d1, cv::Mat(3, 3, CV_8U)));
+  // The good reference set before the refusals is still in force.
   plugin.PushImage({darks.d150, 150.0f});
   EXPECT_EQ(cv::countNonZero(plugin.GetProcessedImage()), 0);
 }

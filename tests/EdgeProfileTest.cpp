@@ -194,4 +194,56 @@ TEST(EdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
                             "BuildEdgeProfile");
 }
 
+// --- Profiles without a block of rows (the measurement's jackknife replicates) ---
+
+std::vector<double> BuildWithout(const cv::Mat& region, float slope, cv::Range excluded,
+                                 int threads = 1) {
+  EdgeProfiler profiler;
+  profiler.threadCount = threads;
+  return BuildEdgeProfile(profiler, region, slope, excluded);
+}
+
+TEST(EdgeProfile, NoExcludedRowsIsTheWholeProfile) {
+  datagen::Random random(91);
+  const cv::Mat region = RandomRegion(random, 37, 23, CV_16U, 0, 4000);
+  for (int threads : {1, 3}) {
+    EXPECT_EQ(BuildWithout(region, 0.13f, cv::Range(0, 0), threads), Build(region, 0.13f, threads));
+    // A range that ends before it starts, or lies beyond the region, excludes nothing either.
+    EXPECT_EQ(BuildWithout(region, 0.13f, cv::Range(9, 4), threads), Build(region, 0.13f, threads));
+    EXPECT_EQ(BuildWithout(region, 0.13f, cv::Range(37, 50), threads),
+              Build(region, 0.13f, threads));
+  }
+}
+
+TEST(EdgeProfile, ExcludedRowsDoNotReachTheProfile) {
+  datagen::Random random(92);
+  const cv::Mat region = RandomRegion(random, 40, 19, CV_64F, 0, 1000);
+  cv::Mat spoiled = region.clone();
+  spoiled.rowRange(12, 20).setTo(cv::Scalar(1e9));
+  const std::vector<double> expected = BuildWithout(region, 0.21f, cv::Range(12, 20));
+  for (int threads : {1, 2, 3, 4, 7}) {
+    // The block straddles the threads' chunks; every count gives the same profile.
+    EXPECT_EQ(BuildWithout(spoiled, 0.21f, cv::Range(12, 20), threads), expected) << threads;
+  }
+  // Not excluded, the spoiled rows show.
+  EXPECT_NE(Build(spoiled, 0.21f), Build(region, 0.21f));
+  // A different block gives a different profile (the rows do take part).
+  EXPECT_NE(BuildWithout(region, 0.21f, cv::Range(0, 8)), expected);
+}
+
+TEST(EdgeProfile, ExcludedRowsKeepTheWholeRegionsSampling) {
+  // With slope 0 the layout does not depend on the row count, so leaving out the last rows is
+  // the profile of the first ones; with a slope the bins keep the whole region's layout, so the
+  // profile keeps its length while the cropped region's is laid out afresh.
+  datagen::Random random(93);
+  const cv::Mat region = RandomRegion(random, 30, 17, CV_32F, 0, 500);
+  EXPECT_EQ(BuildWithout(region, 0.0f, cv::Range(21, 30)), Build(region.rowRange(0, 21), 0.0f));
+  EdgeProfiler whole;
+  BuildEdgeProfile(whole, region, 0.3f);
+  EdgeProfiler without;
+  const std::vector<double> esf = BuildEdgeProfile(without, region, 0.3f, cv::Range(21, 30));
+  EXPECT_EQ(esf.size(), whole.esf.Size());
+  EXPECT_EQ(without.binOffset, whole.binOffset);
+}
+
 }  // namespace

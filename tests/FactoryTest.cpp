@@ -313,6 +313,25 @@ TEST_F(FactoryProcessing, VirtualOperationsReachPluginAcrossBoundary) {
                     "Calls LoadDarkFrames long|short|", "Calls SetAlgorithmMode 2"}));
 }
 
+// Slots 8 and 14 (the in-memory dark frames and the defect map) sit where the host expects them:
+// each call reaches its own operation in the separately built plug-in.
+TEST_F(FactoryProcessing, DarkFramesInMemoryAndDefectMapReachTheirSlots) {
+  CFactoryProcessing factory;
+  ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_RECORDING_PLUGIN, "Slots"));
+  std::shared_ptr<IOmbrixProcessing> processing = factory.CreateInstance(nullptr);
+  ASSERT_TRUE(processing != nullptr);
+  EXPECT_FALSE(processing->SetDarkFrames(cv::Mat(3, 4, CV_16U), cv::Mat(3, 4, CV_16U), cv::Mat()));
+  EXPECT_TRUE(processing->SetDarkFrames(cv::Mat(6, 7, CV_16U), cv::Mat(6, 7, CV_16U),
+                                        cv::Mat(6, 7, CV_8U)));
+  const cv::Mat map = processing->GetDefectMap();
+  EXPECT_EQ(map.size(), cv::Size(5, 2));
+  EXPECT_EQ(map.type(), CV_8UC1);
+  EXPECT_EQ(
+      plugin_events::Take(),
+      (Events{"Slots load", "Slots create variant=0 logger=no", "Slots SetDarkFrames 3x4|3x4|empty",
+              "Slots SetDarkFrames 6x7|6x7|6x7", "Slots GetDefectMap"}));
+}
+
 TEST_F(FactoryProcessing, NullInstanceGivesEmptyPointer) {
   CFactoryProcessing factory;
   ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_NULL_PLUGIN, "Declining"));

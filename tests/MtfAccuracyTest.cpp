@@ -84,15 +84,7 @@ RenderedPair Render(double sigma, double angle, bool darkFirst) {
 }
 
 cv::Mat AddNoise(const cv::Mat& clean, std::uint64_t seed) {
-  const double deviation = kNoiseFraction * (kBright - kDark);
-  datagen::Random random(seed);
-  cv::Mat noisy(clean.size(), CV_64F);
-  for (int r = 0; r < clean.rows; ++r) {
-    const double* in = clean.ptr<double>(r);
-    double* out = noisy.ptr<double>(r);
-    for (int c = 0; c < clean.cols; ++c) out[c] = in[c] + deviation * random.Normal();
-  }
-  return noisy;
+  return datagen::AddGaussianNoise(clean, kNoiseFraction * (kBright - kDark), seed);
 }
 
 // Calls visit(case, image, drawIndex) for every case: drawIndex -1 for the noise-free edge, else

@@ -308,4 +308,115 @@ TEST(MtfMeasurement, MeanEfficiencyOverAllEdges) {
   EXPECT_DOUBLE_EQ(CMtfMeasurement::MeanEfficiency(targets), 50.0);
 }
 
+// --- The measurement's parts for jackknife replicates ---
+
+TEST(MtfMeasurement, LocateEdgeIsPrepareRegionThenFitEdge) {
+  for (bool horizontal : {false, true}) {
+    const cv::Mat image = datagen::RenderSlantedEdge(Edge(-6.0, false, horizontal));
+    CMtfMeasurement m;
+    cv::Mat located;
+    float slope = 0.0f;
+    ASSERT_TRUE(m.LocateEdge(image, located, slope));
+    cv::Mat prepared;
+    float fitted = 0.0f;
+    ASSERT_TRUE(m.PrepareRegion(image, prepared));
+    EXPECT_EQ(m.Transposed(), horizontal);
+    EXPECT_TRUE(m.FlippedHorizontally());
+    ASSERT_TRUE(m.FitEdge(prepared, cv::Range(0, 0), fitted));
+    EXPECT_EQ(fitted, slope);
+    EXPECT_EQ(cv::norm(prepared, located, cv::NORM_INF), 0.0);
+  }
+}
+
+TEST(MtfMeasurement, MeasurePreparedWithoutExclusionIsMeasureRegion) {
+  const cv::Mat image = datagen::RenderSlantedEdge(Edge(4.0, true, false, 1.3));
+  CMtfMeasurement m;
+  MtfResult expected;
+  float expectedSlope = 0.0f;
+  ASSERT_TRUE(m.MeasureRegion(image, expected, &expectedSlope));
+  cv::Mat prepared;
+  ASSERT_TRUE(m.PrepareRegion(image, prepared));
+  MtfResult result;
+  float slope = 0.0f;
+  ASSERT_TRUE(m.MeasurePrepared(prepared, cv::Range(0, 0), result, &slope));
+  EXPECT_EQ(slope, expectedSlope);
+  EXPECT_EQ(result.esf.values, expected.esf.values);
+  EXPECT_EQ(result.mtfCopy.values, expected.mtfCopy.values);
+  EXPECT_EQ(result.cutFrequency, expected.cutFrequency);
+  EXPECT_EQ(result.efficiency, expected.efficiency);
+}
+
+TEST(MtfMeasurement, ExcludedRowsDoNotReachTheFitOrTheProfile) {
+  datagen::SlantedEdge model = Edge(5.0, true, false, 1.0);
+  model.noise = 40.0;
+  const cv::Mat image = datagen::RenderSlantedEdge(model);
+  CMtfMeasurement m;
+  cv::Mat prepared;
+  ASSERT_TRUE(m.PrepareRegion(image, prepared));
+  const cv::Range block(60, 80);
+  MtfResult clean;
+  float cleanSlope = 0.0f;
+  ASSERT_TRUE(m.MeasurePrepared(prepared, block, clean, &cleanSlope));
+  // A second edge across the excluded rows would pull the fit and fill the profile's bins.
+  cv::Mat spoiled = prepared.clone();
+  for (int r = block.start; r < block.end; ++r) {
+    for (int c = 0; c < spoiled.cols; ++c) spoiled.at<double>(r, c) = c < 20 ? 9000.0 : 0.0;
+  }
+  MtfResult result;
+  float slope = 0.0f;
+  ASSERT_TRUE(m.MeasurePrepared(spoiled, block, result, &slope));
+  EXPECT_EQ(slope, cleanSlope);
+  EXPECT_EQ(result.esf.values, clean.esf.values);
+  EXPECT_EQ(result.cutFrequency, clean.cutFrequency);
+  MtfResult whole;
+  float wholeSlope = 0.0f;
+  ASSERT_TRUE(m.MeasurePrepared(spoiled, cv::Range(0, 0), whole, &wholeSlope));
+  EXPECT_NE(whole.esf.values, clean.esf.values);
+  // Without the block the fit differs a little from the whole region's (less data).
+  ASSERT_TRUE(m.MeasurePrepared(prepared, cv::Range(0, 0), whole, &wholeSlope));
+  EXPECT_NE(wholeSlope, cleanSlope);
+  EXPECT_NEAR(wholeSlope, cleanSlope, 1e-3);
+}
+
+TEST(MtfMeasurement, FitEdgeTakesOnlyPreparedRegions) {
+  CMtfMeasurement m;
+  float slope = 0.5f;
+  const cv::Mat image = datagen::RenderSlantedEdge(Edge(5.0, true, false));
+  cv::Mat eightBit;
+  image.convertTo(eightBit, CV_8U, 1.0 / 40.0);
+  EXPECT_FALSE(m.FitEdge(eightBit, cv::Range(0, 0), slope));
+  EXPECT_FALSE(m.FitEdge(image(cv::Rect(0, 0, 5, 100)).clone(), cv::Range(0, 0), slope));
+  EXPECT_FALSE(m.FitEdge(cv::Mat(), cv::Range(0, 0), slope));
+  // Excluding every row leaves nothing to fit.
+  EXPECT_FALSE(m.FitEdge(image, cv::Range(0, image.rows), slope));
+  EXPECT_EQ(slope, 0.5f);
+  EXPECT_TRUE(m.FitEdge(image, cv::Range(0, image.rows - 2), slope));
+}
+
+TEST(MtfMeasurement, EdgeAreaIsTheWholeImageOrTheEdgeRegion) {
+  const cv::Mat image(300, 260, CV_8U, cv::Scalar(0));
+  CMtfMeasurement m;
+  cv::Rect area;
+  ASSERT_TRUE(m.EdgeArea(image, area));
+  EXPECT_EQ(area, cv::Rect(0, 0, 260, 300));
+  m.edgeRegion[0] = 10.4;
+  m.edgeRegion[1] = 20.6;
+  m.edgeRegion[2] = 100.0;
+  m.edgeRegion[3] = 50.5;
+  ASSERT_TRUE(m.EdgeArea(image, area));
+  EXPECT_EQ(area, cv::Rect(10, 21, 100, 51));
+  m.edgeRegion[0] = 200.0;
+  EXPECT_FALSE(m.EdgeArea(image, area));
+}
+
+TEST(MtfMeasurement, GreyConvertsColourAsRgb) {
+  const cv::Mat grey(2, 3, CV_8U, cv::Scalar(7));
+  EXPECT_EQ(CMtfMeasurement::Grey(grey).data, grey.data);
+  const cv::Mat colour(2, 3, CV_8UC3, cv::Scalar(10, 100, 200));
+  const cv::Mat measured = CMtfMeasurement::Grey(colour);
+  ASSERT_EQ(measured.type(), CV_8UC1);
+  // COLOR_RGB2GRAY weighs the first channel as red: 0.299 x 10 + 0.587 x 100 + 0.114 x 200.
+  EXPECT_EQ(measured.at<unsigned char>(1, 2), 84);
+}
+
 }  // namespace

@@ -1,15 +1,17 @@
 // The processing plug-in object and its module: a new buffer for every pushed frame, the
-// light-source factor at the exposure pushed, the technician's MTF figure, and the loadable
-// module through the factory and through its entry.
+// light-source factor at the exposure pushed, the technician's MTF figure, the loadable module
+// through the factory and through its entry, and the defect map of its last count.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <string>
 #include <vector>
 
+#include "DarkChamberInspection.h"
 #include "DynamicLibrary.h"
 #include "FactoryCollection.h"
 #include "OmbrixProcessing.h"
@@ -22,6 +24,16 @@ namespace {
 using testprocessing::DarkPair;
 using testprocessing::kData;
 using testprocessing::MakeDarks;
+
+// The module loaded by path into the collection's processing factory and one object made by its
+// entry; a failure and no object when the module does not load.
+std::shared_ptr<IOmbrixProcessing> MakeModuleObject(CFactoryCollection& collection) {
+  if (!collection.m_factoryProcessing.Load(std::string(OMBRIX_TEST_PROCESSING_MODULE))) {
+    ADD_FAILURE() << "cannot load " << OMBRIX_TEST_PROCESSING_MODULE;
+    return nullptr;
+  }
+  return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+}
 
 TEST(OmbrixProcessing, EveryPushedFrameGetsANewBuffer) {
   const DarkPair darks = MakeDarks(4, 4);
@@ -79,9 +91,7 @@ TEST(OmbrixProcessing, TechnicianFigureOfAnImageWithoutTargetsIsNotAvailable) {
 
 TEST(OmbrixProcessing, ModuleLoadsThroughTheFactoryAndComputes) {
   CFactoryCollection collection;
-  ASSERT_TRUE(collection.m_factoryProcessing.Load(std::string(OMBRIX_TEST_PROCESSING_MODULE)));
-  std::shared_ptr<IOmbrixProcessing> plugin =
-      collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeModuleObject(collection);
   ASSERT_TRUE(plugin);
   const cv::Mat result =
       scenarios::RunStackSequence(*plugin, scenarios::StackScenario::kAverage32F);
@@ -123,6 +133,66 @@ TEST(OmbrixProcessing, ModuleExportsNothingButItsEntry) {
     EXPECT_EQ(DynamicLibrary::Resolve(library, internal), nullptr) << internal;
   }
   DynamicLibrary::Free(library);
+}
+
+// The dark-reference sequence of a scenario folder through a loaded plug-in object, the darks
+// handed over in memory (slot 8); returns the minimum of the processed frames.
+cv::Mat MinimumThroughSlots(IOmbrixProcessing& plugin, const std::string& folder) {
+  EXPECT_TRUE(plugin.SetDarkFrames(
+      cv::imread(folder + scenarios::kLongDarkFile, cv::IMREAD_UNCHANGED),
+      cv::imread(folder + scenarios::kShortDarkFile, cv::IMREAD_UNCHANGED), cv::Mat()));
+  std::vector<cv::String> files;
+  cv::glob(folder + scenarios::kRawFramePattern, files, false);
+  cv::Mat minimum;
+  for (const auto& file : files) {
+    plugin.BeginImage();
+    plugin.PushImage({cv::imread(file, cv::IMREAD_UNCHANGED), scenarios::kExposure});
+    const cv::Mat processed = plugin.GetProcessedImage();
+    if (minimum.empty()) {
+      minimum = processed.clone();
+    } else {
+      cv::min(minimum, processed, minimum);
+    }
+  }
+  return minimum;
+}
+
+TEST(OmbrixProcessing, DefectMapOfTheLastCountThroughTheLoadedModule) {
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin = MakeModuleObject(collection);
+  ASSERT_TRUE(plugin);
+  EXPECT_TRUE(plugin->GetDefectMap().empty());
+
+  // The leaking chamber: the map holds exactly the regions counted, as computed in process.
+  const cv::Mat leaking = MinimumThroughSlots(*plugin, kData + "DarkChamberFail");
+  ASSERT_FALSE(leaking.empty());
+  const int defects = plugin->CountDarkChamberDefects(leaking);
+  ASSERT_GT(defects, 0);
+  cv::Mat map = plugin->GetDefectMap();
+  ASSERT_EQ(map.size(), leaking.size());
+  ASSERT_EQ(map.type(), CV_8UC1);
+  cv::Mat expected;
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(leaking, expected), defects);
+  EXPECT_EQ(cv::norm(map, expected, cv::NORM_INF), 0.0);
+  cv::Mat labels, stats, centroids;
+  const int components = cv::connectedComponentsWithStats(map, labels, stats, centroids, 8);
+  EXPECT_EQ(components - 1, defects);
+  for (int i = 1; i < components; ++i) {
+    EXPECT_GE(stats.at<int>(i, cv::CC_STAT_AREA), CDarkChamberInspection::kMinRegionArea);
+  }
+  // The caller owns its copy.
+  map.setTo(cv::Scalar(0));
+  EXPECT_EQ(cv::norm(plugin->GetDefectMap(), expected, cv::NORM_INF), 0.0);
+
+  // A clean chamber: a map of zeros; then an unusable image: no map.
+  const cv::Mat clean = MinimumThroughSlots(*plugin, kData + "DarkChamber");
+  EXPECT_EQ(plugin->CountDarkChamberDefects(clean), 0);
+  const cv::Mat zeros = plugin->GetDefectMap();
+  EXPECT_EQ(zeros.size(), clean.size());
+  EXPECT_EQ(cv::countNonZero(zeros), 0);
+  EXPECT_EQ(plugin->CountDarkChamberDefects(cv::Mat()), -1);
+  EXPECT_TRUE(plugin->GetDefectMap().empty());
+  plugin.reset();
 }
 
 }  // namespace

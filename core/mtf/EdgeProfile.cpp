@@ -1,5 +1,6 @@
 #include "mtf/EdgeProfile.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <thread>
@@ -107,6 +108,11 @@ std::vector<double> AverageAndCrop(const BinAccumulator& acc, const ProfileLayou
 }  // namespace
 
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope) {
+  return BuildEdgeProfile(profiler, region, slope, cv::Range(0, 0));
+}
+
+std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope,
+                                     const cv::Range& excludedRows) {
   CheckRegion(region);
   const ProjectFn project = ProjectFunctionFor(region.depth());
   const float oversampling = profiler.oversampling;
@@ -122,9 +128,14 @@ std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& regi
     const int begin = t * chunk;
     const int end = t == threads - 1 ? region.rows : begin + chunk;
     BinAccumulator& acc = accumulators[t];
-    workers.emplace_back([&region, &layout, &acc, project, begin, end, slope, oversampling]() {
-      project(region, begin, end, slope, oversampling, layout, acc);
-    });
+    // The chunk without the excluded rows: the rows before them, then the rows after them.
+    const int skipBegin = std::min(std::max(excludedRows.start, begin), end);
+    const int skipEnd = std::max(std::min(excludedRows.end, end), skipBegin);
+    workers.emplace_back(
+        [&region, &layout, &acc, project, begin, end, skipBegin, skipEnd, slope, oversampling]() {
+          project(region, begin, skipBegin, slope, oversampling, layout, acc);
+          project(region, skipEnd, end, slope, oversampling, layout, acc);
+        });
   }
   for (std::thread& worker : workers) worker.join();
 

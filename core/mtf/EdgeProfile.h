@@ -33,3 +33,9 @@ struct EdgeProfiler {
 // Errors: cv::Error::StsBadArg "empty region", cv::Error::StsUnsupportedFormat "region must have
 // one channel" / "unsupported region depth"; std::system_error when a thread fails.
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope);
+
+// The same profile without the rows start <= r < end of excludedRows (none when end <= start): the
+// other rows keep their row index in the projection and the bins keep the whole region's layout,
+// so profiles that leave out different rows share one sampling.
+std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope,
+                                     const cv::Range& excludedRows);

@@ -19,6 +19,8 @@ bool InsideImage(const cv::Rect& r, const cv::Mat& image) {
          r.y + r.height <= image.rows;
 }
 
+bool InRows(int row, const cv::Range& rows) { return row >= rows.start && row < rows.end; }
+
 }  // namespace
 
 CMtfMeasurement::CMtfMeasurement() {
@@ -26,7 +28,8 @@ CMtfMeasurement::CMtfMeasurement() {
   profiler.threadCount = 1;
 }
 
-bool CMtfMeasurement::FitEdgeLine(const cv::Mat& derivative, double& intercept, double& slope) {
+bool CMtfMeasurement::FitEdgeLine(const cv::Mat& derivative, const cv::Range& excludedRows,
+                                  double& intercept, double& slope) {
   const int rows = derivative.rows;
   const int cols = derivative.cols;
   cv::Mat indices(1, cols, CV_64F);
@@ -41,10 +44,22 @@ bool CMtfMeasurement::FitEdgeLine(const cv::Mat& derivative, double& intercept, 
   cv::divide(moments, sums, centroids, 1.0);
 
   double strongest = 0.0;
-  cv::minMaxIdx(sums, nullptr, &strongest);
+  if (excludedRows.empty()) {
+    cv::minMaxIdx(sums, nullptr, &strongest);
+  } else {
+    // The strongest of the rows that take part, as if the excluded ones were not in the region.
+    bool first = true;
+    for (int r = 0; r < rows; ++r) {
+      if (InRows(r, excludedRows)) continue;
+      const double sum = sums.at<double>(r);
+      if (first || sum > strongest) strongest = sum;
+      first = false;
+    }
+  }
   const double threshold = kRowStrength * strongest;
   std::vector<int> used;
   for (int r = 0; r < rows; ++r) {
+    if (InRows(r, excludedRows)) continue;
     const double sum = sums.at<double>(r);
     const double x = centroids.at<double>(r);
     if (sum > 0.0 && sum > threshold && std::isfinite(x) && x >= 0.0 && x <= cols - 1) {
@@ -71,6 +86,15 @@ bool CMtfMeasurement::FitEdgeLine(const cv::Mat& derivative, double& intercept, 
 }
 
 bool CMtfMeasurement::LocateEdge(const cv::Mat& region, cv::Mat& prepared, float& slope) {
+  cv::Mat work;
+  float fitted = 0.0f;
+  if (!PrepareRegion(region, work) || !FitEdge(work, cv::Range(0, 0), fitted)) return false;
+  prepared = work;
+  slope = fitted;
+  return true;
+}
+
+bool CMtfMeasurement::PrepareRegion(const cv::Mat& region, cv::Mat& prepared) {
   transposed_ = false;
   flippedVertically_ = false;
   flippedHorizontally_ = false;
@@ -112,7 +136,17 @@ bool CMtfMeasurement::LocateEdge(const cv::Mat& region, cv::Mat& prepared, float
     cv::max(work, 0.0, work);
     cv::pow(work, 1.0 / gamma, work);
   }
+  prepared = work;
+  return true;
+}
 
+bool CMtfMeasurement::FitEdge(const cv::Mat& work, const cv::Range& excludedRows,
+                              float& slope) const {
+  if (work.type() != CV_64FC1 || work.rows < kMinimumSide || work.cols < kMinimumSide) {
+    return false;
+  }
+  const int rows = work.rows;
+  const int cols = work.cols;
   cv::Mat kernel = (cv::Mat_<float>(1, 2) << -0.5f, 0.5f);
   const double firstColumns = cv::sum(work.colRange(0, kPatch))[0];
   const double lastColumns = cv::sum(work.colRange(cols - kPatch, cols))[0];
@@ -123,7 +157,7 @@ bool CMtfMeasurement::LocateEdge(const cv::Mat& region, cv::Mat& prepared, float
 
   double intercept = 0.0;
   double fitted = 0.0;
-  if (!FitEdgeLine(derivative, intercept, fitted)) return false;
+  if (!FitEdgeLine(derivative, excludedRows, intercept, fitted)) return false;
 
   // Second pass: only the derivative near the first line counts.
   cv::Mat window(rows, cols, CV_64F, cv::Scalar(0.0));
@@ -136,19 +170,24 @@ bool CMtfMeasurement::LocateEdge(const cv::Mat& region, cv::Mat& prepared, float
   }
   cv::Mat windowed;
   cv::multiply(derivative, window, windowed);
-  if (!FitEdgeLine(windowed, intercept, fitted)) return false;
+  if (!FitEdgeLine(windowed, excludedRows, intercept, fitted)) return false;
 
-  prepared = work;
   slope = static_cast<float>(fitted);
   return true;
 }
 
 bool CMtfMeasurement::MeasureRegion(const cv::Mat& region, MtfResult& result, float* slope) {
   cv::Mat prepared;
+  return PrepareRegion(region, prepared) &&
+         MeasurePrepared(prepared, cv::Range(0, 0), result, slope);
+}
+
+bool CMtfMeasurement::MeasurePrepared(const cv::Mat& prepared, const cv::Range& excludedRows,
+                                      MtfResult& result, float* slope) {
   float fitted = 0.0f;
-  if (!LocateEdge(region, prepared, fitted)) return false;
+  if (!FitEdge(prepared, excludedRows, fitted)) return false;
   profiler.oversampling = oversampling;
-  BuildEdgeProfile(profiler, prepared, fitted);
+  BuildEdgeProfile(profiler, prepared, fitted, excludedRows);
   MtfResult measured;
   measured.pitch = pitch;
   measured.resolution = resolution;
@@ -162,15 +201,21 @@ bool CMtfMeasurement::MeasureRegion(const cv::Mat& region, MtfResult& result, fl
 bool CMtfMeasurement::MeasureEdge(const cv::Mat& image, MtfResult& result) {
   if (image.empty() || image.rows < 1 || image.cols < 1) return false;
   const cv::Mat grey = Grey(image);
-  cv::Rect area(0, 0, grey.cols, grey.rows);
+  cv::Rect area;
+  if (!EdgeArea(grey, area)) return false;
+  return MeasureRegion(grey(area), result);
+}
+
+bool CMtfMeasurement::EdgeArea(const cv::Mat& image, cv::Rect& area) const {
+  area = cv::Rect(0, 0, image.cols, image.rows);
   if (edgeRegion[0] >= 0.0 && edgeRegion[1] >= 0.0 && edgeRegion[2] >= 0.0 &&
       edgeRegion[3] >= 0.0) {
     area = cv::Rect(
         static_cast<int>(std::lround(edgeRegion[0])), static_cast<int>(std::lround(edgeRegion[1])),
         static_cast<int>(std::lround(edgeRegion[2])), static_cast<int>(std::lround(edgeRegion[3])));
-    if (!InsideImage(area, grey)) return false;
+    if (!InsideImage(area, image)) return false;
   }
-  return MeasureRegion(grey(area), result);
+  return true;
 }
 
 std::vector<std::pair<EdgeSide, cv::Rect>> CMtfMeasurement::EdgeRegions(

@@ -83,6 +83,10 @@ class CMtfMeasurement {
   // untouched, when the image is empty or the edge cannot be located.
   bool MeasureEdge(const cv::Mat& image, MtfResult& result);
 
+  // The part of the image that MeasureEdge measures: edgeRegion (rounded) when all four values are
+  // set, else the whole image. False when edgeRegion reaches outside the image.
+  bool EdgeArea(const cv::Mat& image, cv::Rect& area) const;
+
   // One grey region: locate the edge, build its profile, compute its MTF. slope receives the
   // fitted slope when given.
   bool MeasureRegion(const cv::Mat& region, MtfResult& result, float* slope = nullptr);
@@ -92,6 +96,19 @@ class CMtfMeasurement {
   // gamma) and fits the edge line through the row centroids of its derivative, twice. prepared
   // receives the oriented double region that the profile is built from.
   bool LocateEdge(const cv::Mat& region, cv::Mat& prepared, float& slope);
+
+  // The two halves of LocateEdge, for measurements that reuse one prepared region (the jackknife
+  // of CMtfUncertainty). PrepareRegion: transposition, size check, flips, conversion (sets the
+  // flags). FitEdge: the two-pass line fit on a prepared region (CV_64F, at least 6 x 6; false
+  // otherwise), leaving the rows of excludedRows (start <= r < end) out of both passes and out of
+  // the strongest-row threshold; the derivative's sign is still decided on the whole region.
+  bool PrepareRegion(const cv::Mat& region, cv::Mat& prepared);
+  bool FitEdge(const cv::Mat& prepared, const cv::Range& excludedRows, float& slope) const;
+
+  // MeasureRegion's fit, profile and MTF on a prepared region without the rows of excludedRows
+  // (an empty range: the measurement of the whole region, bit for bit).
+  bool MeasurePrepared(const cv::Mat& prepared, const cv::Range& excludedRows, MtfResult& result,
+                       float* slope = nullptr);
 
   // The edge regions of a target box, in the order left, top, right, bottom (not clipped).
   std::vector<std::pair<EdgeSide, cv::Rect>> EdgeRegions(const cv::RotatedRect& box) const;
@@ -120,9 +137,10 @@ class CMtfMeasurement {
   double edgeRegion[4] = {-1.0, -1.0, -1.0, -1.0};
 
  private:
-  // Row centroids of the derivative and the least-squares line through the usable ones. False
-  // when fewer than two rows are usable.
-  static bool FitEdgeLine(const cv::Mat& derivative, double& intercept, double& slope);
+  // Row centroids of the derivative and the least-squares line through the usable ones, the rows
+  // of excludedRows left out. False when fewer than two rows are usable.
+  static bool FitEdgeLine(const cv::Mat& derivative, const cv::Range& excludedRows,
+                          double& intercept, double& slope);
 
   bool transposed_ = false;
   bool flippedVertically_ = false;

@@ -149,14 +149,22 @@ class TemporalStatisticFunction_16U {
 
 }  // namespace
 
-void CTemporalNoise::AddImage(cv::Mat image) {
+void CTemporalNoise::CheckFrame(const cv::Mat& image, cv::Size previousSize, int previousType) {
   if (image.channels() != 1) throw std::invalid_argument(kChannelMessage);
-  if (!images_.empty()) {
-    const cv::Mat& last = images_.back();
-    if (image.rows != last.rows || image.cols != last.cols) {
+  if (previousType >= 0) {
+    if (image.rows != previousSize.height || image.cols != previousSize.width) {
       throw std::invalid_argument(kDimensionMessage);
     }
-    if (image.type() != last.type()) throw std::invalid_argument(kTypeMessage);
+    if (image.type() != previousType) throw std::invalid_argument(kTypeMessage);
+  }
+}
+
+void CTemporalNoise::AddImage(cv::Mat image) {
+  if (images_.empty()) {
+    CheckFrame(image, cv::Size(), -1);
+  } else {
+    const cv::Mat& last = images_.back();
+    CheckFrame(image, cv::Size(last.cols, last.rows), last.type());
   }
   images_.push_back(std::move(image));
 }

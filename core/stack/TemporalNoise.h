@@ -24,6 +24,11 @@ class CTemporalNoise {
   // than one channel, other dimensions or another type.
   void AddImage(cv::Mat image);
 
+  // The checks of AddImage, in its order and with its messages, for a frame that would follow
+  // frames of previousSize and previousType; previousType -1 stands for an empty series, against
+  // which only the channel count is checked.
+  static void CheckFrame(const cv::Mat& image, cv::Size previousSize, int previousType);
+
   // Sample standard deviation (divisor n - 1) accumulated in single precision. One value gives
   // 0 / 0, that is NaN, on purpose.
   float StandardDeviation(std::vector<unsigned short>& values) const;

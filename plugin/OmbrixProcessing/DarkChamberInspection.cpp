@@ -20,6 +20,12 @@ cv::Mat CDarkChamberInspection::ExcessMask(const cv::Mat& image32f, double& thre
 }
 
 int CDarkChamberInspection::CountDefects(const cv::Mat& minimumImage) {
+  cv::Mat defectMap;
+  return CountDefects(minimumImage, defectMap);
+}
+
+int CDarkChamberInspection::CountDefects(const cv::Mat& minimumImage, cv::Mat& defectMap) {
+  defectMap.release();
   if (minimumImage.empty() || minimumImage.channels() != 1 || minimumImage.dims > 2) return -1;
   cv::Mat image;
   minimumImage.convertTo(image, CV_32F);
@@ -29,8 +35,20 @@ int CDarkChamberInspection::CountDefects(const cv::Mat& minimumImage) {
   cv::Mat labels, stats, centroids;
   const int n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 8, CV_32S);
   int regions = 0;
+  // Map value of every label: 255 for the regions that count, 0 for the background and the rest.
+  std::vector<uchar> value(static_cast<std::size_t>(n), 0);
   for (int i = 1; i < n; ++i) {
-    if (stats.at<int>(i, cv::CC_STAT_AREA) >= kMinRegionArea) ++regions;
+    if (stats.at<int>(i, cv::CC_STAT_AREA) >= kMinRegionArea) {
+      ++regions;
+      value[static_cast<std::size_t>(i)] = 255;
+    }
   }
+  cv::Mat map(labels.rows, labels.cols, CV_8U);
+  for (int y = 0; y < labels.rows; ++y) {
+    const int* label = labels.ptr<int>(y);
+    uchar* out = map.ptr<uchar>(y);
+    for (int x = 0; x < labels.cols; ++x) out[x] = value[static_cast<std::size_t>(label[x])];
+  }
+  defectMap = map;
   return regions;
 }

@@ -21,6 +21,11 @@ class CDarkChamberInspection {
   // noise (MAD 0) every sample above the median counts as excess.
   static int CountDefects(const cv::Mat& minimumImage);
 
+  // The same count, with the regions counted drawn into defectMap: CV_8U of the image's size,
+  // 255 on every pixel of a counted region, 0 elsewhere (excess pixels of smaller regions too).
+  // defectMap is released when the count is -1.
+  static int CountDefects(const cv::Mat& minimumImage, cv::Mat& defectMap);
+
   // Binary map (CV_8U, 255) of the samples above the leak threshold, and the threshold.
   static cv::Mat ExcessMask(const cv::Mat& image32f, double& threshold);
 };

@@ -16,13 +16,20 @@ bool COmbrixProcessing::LoadDarkFrames(const std::string& longDarkPath,
   return dark_.Load(longDarkPath, shortDarkPath, badPixelPath);
 }
 
+bool COmbrixProcessing::SetDarkFrames(const cv::Mat& longDark150, const cv::Mat& shortDark1,
+                                      const cv::Mat& badPixels) {
+  return dark_.Set(longDark150, shortDark1, badPixels);
+}
+
 float COmbrixProcessing::ComputeLightSourceFactor(const cv::Mat& minimumImage) {
   return CLightSourceCalibration::Factor(minimumImage, lastExposure_);
 }
 
 int COmbrixProcessing::CountDarkChamberDefects(const cv::Mat& minimumImage) {
-  return CDarkChamberInspection::CountDefects(minimumImage);
+  return CDarkChamberInspection::CountDefects(minimumImage, defectMap_);
 }
+
+cv::Mat COmbrixProcessing::GetDefectMap() { return defectMap_.clone(); }
 
 float COmbrixProcessing::ComputeMtf(const cv::Mat& targetImage) {
   CMtfMeasurement measurement;

@@ -7,6 +7,8 @@
 //   either is missing or empty or they differ in size or type, or when a non-empty third path is
 //   not a single-channel bad-pixel map of their size (non-zero = bad). On false the previous
 //   reference stays.
+// - SetDarkFrames(long150, short1, badPixels): the same from images in memory (an empty map means
+//   none), through the same CDarkReference::Set: same checks, same reference.
 // - BeginImage / PushImage / GetProcessedImage: the processed frame is raw - D(t), 32-bit float,
 //   with D(t) = D1 + (D150 - D1)(t - 1)/149 per pixel (t the frame's exposure, seconds); bad pixels
 //   take the mean of their good neighbours. Every pushed frame gets a new buffer, so a caller may
@@ -14,6 +16,9 @@
 //   empty image. Bad frames raise cv::Exception at PushImage (see CDarkReference::Subtract).
 // - CountDarkChamberDefects(min): light-leak regions, CDarkChamberInspection (8-connected regions
 //   of at least 16 px more than 6 x 1.4826 x MAD above the median); -1 for an unusable image.
+// - GetDefectMap(): a copy of the defect map of the last CountDarkChamberDefects: CV_8U of the
+//   image's size, 255 on the pixels of the regions counted; empty before the first count and after
+//   a count of -1.
 // - ComputeLightSourceFactor(min): central mean (middle half each way) over the nominal level,
 //   20000 ADU for 150 s, scaled to the exposure of the last frame pushed (150 s when none was);
 //   -1 for an unusable image or a last exposure of 0 s (CLightSourceCalibration).
@@ -45,9 +50,14 @@ class COmbrixProcessing : public IOmbrixProcessing {
   bool LoadDarkFrames(const std::string& longDarkPath, const std::string& shortDarkPath,
                       const std::string& badPixelPath) override;
 
+  bool SetDarkFrames(const cv::Mat& longDark150, const cv::Mat& shortDark1,
+                     const cv::Mat& badPixels) override;
+
   float ComputeLightSourceFactor(const cv::Mat& minimumImage) override;
   int CountDarkChamberDefects(const cv::Mat& minimumImage) override;
   float ComputeMtf(const cv::Mat& targetImage) override;
+
+  cv::Mat GetDefectMap() override;
 
   void SetAlgorithmMode(int mode) override;
 
@@ -70,5 +80,6 @@ class COmbrixProcessing : public IOmbrixProcessing {
   CDarkReference dark_;
   CSpotDetector detector_;
   cv::Mat processed_;  // processed form of the frame last pushed; empty after BeginImage
+  cv::Mat defectMap_;  // defect map of the last CountDarkChamberDefects
   float lastExposure_ = CDarkReference::kLongExposure;
 };

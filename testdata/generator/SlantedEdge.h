@@ -100,6 +100,20 @@ inline cv::Mat RenderSlantedEdge(const SlantedEdge& edge) {
   return transposed;
 }
 
+// The image (CV_64F) plus Gaussian noise of standard deviation `deviation`, drawn pixel by pixel in
+// row-major order from Random(seed), as RenderSlantedEdge draws its own: a noise-free rendering can
+// be reused for many noise draws.
+inline cv::Mat AddGaussianNoise(const cv::Mat& clean, double deviation, std::uint64_t seed) {
+  Random random(seed);
+  cv::Mat noisy(clean.size(), CV_64F);
+  for (int r = 0; r < clean.rows; ++r) {
+    const double* in = clean.ptr<double>(r);
+    double* out = noisy.ptr<double>(r);
+    for (int c = 0; c < clean.cols; ++c) out[c] = in[c] + deviation * random.Normal();
+  }
+  return noisy;
+}
+
 // The edge quantised to 16-bit unsigned sensor values (rounded, saturated).
 inline cv::Mat RenderSlantedEdge16U(const SlantedEdge& edge) {
   cv::Mat image;

@@ -8,6 +8,11 @@
 
 namespace {
 
+std::string Describe(const cv::Mat& image) {
+  return image.empty() ? std::string("empty")
+                       : std::to_string(image.rows) + "x" + std::to_string(image.cols);
+}
+
 class CRecordingProcessing : public IOmbrixProcessing {
  public:
   CRecordingProcessing(int variant, bool hasLogger) {
@@ -21,9 +26,20 @@ class CRecordingProcessing : public IOmbrixProcessing {
     RecordModuleEvent("LoadDarkFrames " + longDark + "|" + shortDark + "|" + bias);
     return false;
   }
+  bool SetDarkFrames(const cv::Mat& longDark, const cv::Mat& shortDark,
+                     const cv::Mat& badPixels) override {
+    RecordModuleEvent("SetDarkFrames " + Describe(longDark) + "|" + Describe(shortDark) + "|" +
+                      Describe(badPixels));
+    return !badPixels.empty();
+  }
   float ComputeLightSourceFactor(const cv::Mat&) override { return -1.0f; }
   int CountDarkChamberDefects(const cv::Mat&) override { return -1; }
   float ComputeMtf(const cv::Mat& target) override { return static_cast<float>(target.cols); }
+  // A map whose size tells which call made it.
+  cv::Mat GetDefectMap() override {
+    RecordModuleEvent("GetDefectMap");
+    return cv::Mat(2, 5, CV_8U, cv::Scalar(255));
+  }
   void SetAlgorithmMode(int mode) override {
     RecordModuleEvent("SetAlgorithmMode " + std::to_string(mode));
   }
