@@ -14,6 +14,7 @@
 #include "RandomImages.h"
 #include "filters/FilterCosmicRay.h"
 #include "filters/MedianFunction16U.h"
+#include "reference/DiscMedianReference.h"
 
 namespace {
 
@@ -251,6 +252,63 @@ TEST(FilterCosmicRay, FastPathEqualsStraightforwardOnRandomImages) {
         return same;
       });
   EXPECT_EQ(cases, 100);
+}
+
+// The map of replaced pixels is the outlier rule itself: src more than threshold above the disc
+// median (the straightforward per-pixel median of the oracle), inside the mask.
+TEST(FilterCosmicRay, ReplacedMapMarksExactlyThePixelsAboveTheirMedianByMoreThanThreshold) {
+  datagen::Random rng(9127);
+  const int cases = testimages::ForEachDiscCase(
+      rng, 40, 3, 1e6, [&rng](int caseIndex, const cv::Mat& src, int radius) {
+        const int threshold = rng.Int(-50, 2000);
+        cv::Mat mask;
+        if (caseIndex % 2 == 1) {
+          mask.create(src.rows, src.cols, CV_8UC1);
+          for (int y = 0; y < src.rows; ++y) {
+            for (int x = 0; x < src.cols; ++x)
+              mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 1) * 255);
+          }
+        }
+        const cv::Mat median = oracle::DiscMedian(src, radius);
+        cv::Mat dst, replaced;
+        CFilterCosmicRay(radius, threshold).Process(src, dst, mask, replaced);
+        bool same = replaced.type() == CV_8UC1 && replaced.size() == src.size();
+        for (int y = 0; same && y < src.rows; ++y) {
+          for (int x = 0; same && x < src.cols; ++x) {
+            const bool selected = mask.empty() || mask.at<unsigned char>(y, x) != 0;
+            const bool outlier =
+                selected &&
+                static_cast<int>(At(src, y, x)) - static_cast<int>(At(median, y, x)) > threshold;
+            same = replaced.at<unsigned char>(y, x) == (outlier ? 255 : 0) &&
+                   At(dst, y, x) == (outlier ? At(median, y, x) : At(src, y, x));
+          }
+        }
+        EXPECT_TRUE(same) << src.cols << "x" << src.rows << " radius " << radius << " threshold "
+                          << threshold;
+        return same;
+      });
+  EXPECT_EQ(cases, 40);
+}
+
+TEST(FilterCosmicRay, ReplacedMapOfTheSquareRadiiFollowsTheSquareMedian) {
+  cv::Mat src(6, 6, CV_16UC1, cv::Scalar(100));
+  src.at<std::uint16_t>(0, 0) = 5000;
+  src.at<std::uint16_t>(3, 3) = 150;
+  cv::Mat dst, replaced;
+  CFilterCosmicRay(1, 40).Process(src, dst, cv::Mat(), replaced);
+  EXPECT_EQ(cv::countNonZero(replaced), 2);
+  EXPECT_EQ(replaced.at<unsigned char>(0, 0), 255);
+  EXPECT_EQ(replaced.at<unsigned char>(3, 3), 255);
+  EXPECT_EQ(At(dst, 0, 0), 100);
+}
+
+TEST(FilterCosmicRay, ReplacedMapIsUntouchedWhenTheFilterThrows) {
+  cv::Mat replaced(2, 2, CV_8UC1, cv::Scalar(7));
+  cv::Mat dst;
+  EXPECT_THROW(CFilterCosmicRay(5, 100).Process(cv::Mat(4, 4, CV_8UC1), dst, cv::Mat(), replaced),
+               cv::Exception);
+  EXPECT_EQ(replaced.rows, 2);
+  EXPECT_EQ(replaced.at<unsigned char>(0, 0), 7);
 }
 
 }  // namespace

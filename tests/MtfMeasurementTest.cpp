@@ -419,4 +419,24 @@ TEST(MtfMeasurement, GreyConvertsColourAsRgb) {
   EXPECT_EQ(measured.at<unsigned char>(1, 2), 84);
 }
 
+TEST(MtfMeasurement, TiltOfAFittedSlopeIsItsArctangentInDegrees) {
+  EXPECT_DOUBLE_EQ(CMtfMeasurement::TiltDegrees(0.0f), 0.0);
+  EXPECT_NEAR(CMtfMeasurement::TiltDegrees(1.0f), 45.0, 1e-12);
+  EXPECT_NEAR(CMtfMeasurement::TiltDegrees(static_cast<float>(std::tan(5.0 * CV_PI / 180.0))), 5.0,
+              1e-5);
+}
+
+TEST(MtfMeasurement, SingleEdgeReportsTheTiltItWasDrawnWith) {
+  for (double angle : {3.0, 5.0, 8.0}) {
+    for (bool horizontal : {false, true}) {
+      const cv::Mat image = datagen::RenderSlantedEdge(Edge(angle, true, horizontal));
+      CMtfMeasurement measurement;
+      MtfResult result;
+      float slope = 0.0f;
+      ASSERT_TRUE(measurement.MeasureEdge(image, result, &slope));
+      EXPECT_NEAR(CMtfMeasurement::TiltDegrees(slope), angle, 0.1) << angle << " " << horizontal;
+    }
+  }
+}
+
 }  // namespace

@@ -27,11 +27,12 @@ bool MaskIsEmpty(const cv::Mat& mask) {
 // minimum. dst starts as a copy of src; only replaced pixels are written.
 class OutlierFunction_16U : public cv::ParallelLoopBody {
  public:
-  OutlierFunction_16U(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, int radius,
-                      int threshold)
+  OutlierFunction_16U(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, cv::Mat* replaced,
+                      int radius, int threshold)
       : src_(src),
         dst_(dst),
         mask_(mask),
+        replaced_(replaced),
         radius_(radius),
         threshold_(threshold),
         median_(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
@@ -122,7 +123,10 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
   void Replace(int x, int y, unsigned short median) const {
     const int value = src_.ptr<unsigned short>(y)[x];
     const int diff = std::clamp(value - static_cast<int>(median), -32768, 32767);
-    if (diff > threshold_) dst_.ptr<unsigned short>(y)[x] = median;
+    if (diff > threshold_) {
+      dst_.ptr<unsigned short>(y)[x] = median;
+      if (replaced_ != nullptr) replaced_->ptr<unsigned char>(y)[x] = 255;
+    }
   }
 
   void InnerRow(int y, const unsigned short* discMin, const int* halfWidths,
@@ -161,6 +165,7 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
   const cv::Mat& src_;
   cv::Mat& dst_;
   const cv::Mat& mask_;
+  cv::Mat* replaced_;
   int radius_;
   int threshold_;
   MedianFunction_16U median_;
@@ -188,6 +193,11 @@ void CFilterCosmicRay::MedianBlur(const cv::Mat& src, cv::Mat& dst, int radius) 
 
 void CFilterCosmicRay::ProcessReference(const cv::Mat& src, cv::Mat& dst,
                                         const cv::Mat& mask) const {
+  RunReference(src, dst, mask, nullptr);
+}
+
+void CFilterCosmicRay::RunReference(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask,
+                                    cv::Mat* replaced) const {
   // Square windows for the two smallest radii and the disc beyond are a deliberate mix.
   cv::Mat median;
   if (radius_ == 1) {
@@ -209,9 +219,22 @@ void CFilterCosmicRay::ProcessReference(const cv::Mat& src, cv::Mat& dst,
   src.copyTo(copy);
   dst = copy;
   median.copyTo(dst, outliers);
+  if (replaced != nullptr) *replaced = outliers;
 }
 
 void CFilterCosmicRay::Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const {
+  Run(src, dst, mask, nullptr);
+}
+
+void CFilterCosmicRay::Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask,
+                               cv::Mat& replaced) const {
+  cv::Mat map;
+  Run(src, dst, mask, &map);
+  replaced = map;
+}
+
+void CFilterCosmicRay::Run(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask,
+                           cv::Mat* replaced) const {
   // Everything the pruned path does not cover (the square radii, other types, odd masks, a
   // threshold so low that every pixel is an outlier) goes the straightforward way, which also
   // raises the errors.
@@ -220,7 +243,7 @@ void CFilterCosmicRay::Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& 
   const bool pruned = radius_ >= 3 && src.data != nullptr && src.dims == 2 && !src.empty() &&
                       src.type() == CV_16UC1 && maskFits && threshold_ >= -32768;
   if (!pruned) {
-    ProcessReference(src, dst, mask);
+    RunReference(src, dst, mask, replaced);
     return;
   }
   // Local headers keep the inputs alive and unchanged should dst be one of them.
@@ -228,7 +251,8 @@ void CFilterCosmicRay::Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& 
   const cv::Mat selection = MaskIsEmpty(mask) ? cv::Mat() : mask;
   cv::Mat out;
   source.copyTo(out);
-  const OutlierFunction_16U body(source, out, selection, radius_, threshold_);
+  if (replaced != nullptr) *replaced = cv::Mat::zeros(source.rows, source.cols, CV_8UC1);
+  const OutlierFunction_16U body(source, out, selection, replaced, radius_, threshold_);
   cv::parallel_for_(cv::Range(0, source.rows), body, std::max(cv::getNumThreads(), 1));
   dst = out;
 }

@@ -17,6 +17,11 @@ class CFilterCosmicRay {
   // be an outlier; the result and the errors are those of ProcessReference.
   void Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const;
 
+  // Process, and replaced receives a fresh 8-bit map of src's size and channel count: 255 where the
+  // rule above replaced the pixel by its median, 0 elsewhere. Errors are those of Process, raised
+  // before dst or replaced changes.
+  void Process(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, cv::Mat& replaced) const;
+
   // The straightforward filter: full median image, difference, outlier map, copy through the map.
   void ProcessReference(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const;
 
@@ -30,4 +35,7 @@ class CFilterCosmicRay {
  private:
   int radius_;
   int threshold_;
+
+  void Run(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, cv::Mat* replaced) const;
+  void RunReference(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask, cv::Mat* replaced) const;
 };

@@ -198,12 +198,16 @@ bool CMtfMeasurement::MeasurePrepared(const cv::Mat& prepared, const cv::Range& 
   return true;
 }
 
-bool CMtfMeasurement::MeasureEdge(const cv::Mat& image, MtfResult& result) {
+bool CMtfMeasurement::MeasureEdge(const cv::Mat& image, MtfResult& result, float* slope) {
   if (image.empty() || image.rows < 1 || image.cols < 1) return false;
   const cv::Mat grey = Grey(image);
   cv::Rect area;
   if (!EdgeArea(grey, area)) return false;
-  return MeasureRegion(grey(area), result);
+  return MeasureRegion(grey(area), result, slope);
+}
+
+double CMtfMeasurement::TiltDegrees(float slope) {
+  return std::atan(static_cast<double>(slope)) * 180.0 / CV_PI;
 }
 
 bool CMtfMeasurement::EdgeArea(const cv::Mat& image, cv::Rect& area) const {

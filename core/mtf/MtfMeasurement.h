@@ -80,8 +80,9 @@ class CMtfMeasurement {
   MtfTargetMap MeasureTargets(const cv::Mat& image);
 
   // The whole image (or edgeRegion when set) as one slanted-edge region. False, with result
-  // untouched, when the image is empty or the edge cannot be located.
-  bool MeasureEdge(const cv::Mat& image, MtfResult& result);
+  // untouched, when the image is empty or the edge cannot be located. slope receives the fitted
+  // slope when given.
+  bool MeasureEdge(const cv::Mat& image, MtfResult& result, float* slope = nullptr);
 
   // The part of the image that MeasureEdge measures: edgeRegion (rounded) when all four values are
   // set, else the whole image. False when edgeRegion reaches outside the image.
@@ -116,6 +117,11 @@ class CMtfMeasurement {
   // The grey picture every measurement works on: the image itself when it has one channel, its
   // COLOR_RGB2GRAY conversion otherwise.
   static cv::Mat Grey(const cv::Mat& image);
+
+  // The tilt of a fitted edge in degrees: the angle between the edge and the image axis it runs
+  // along. Every region is flipped so that the edge leans to the right, so the tilt is positive for
+  // a tilted edge, whichever way it leaned in the image.
+  static double TiltDegrees(float slope);
 
   // Mean efficiency over every measured edge of every target; -1.0 when there is none.
   static double MeanEfficiency(const MtfTargetMap& targets);
