@@ -1,7 +1,7 @@
 // The compiled part of the Python package ombrix: each function converts its arrays, releases the
 // GIL, calls the core once and converts the result. Errors of the core (cv::Exception,
-// std::invalid_argument) reach Python as ValueError with the core's message; wrong array types
-// are TypeError (ArrayConversion.h).
+// std::invalid_argument and the other std::logic_error) reach Python as ValueError with the core's
+// message; wrong array types are TypeError (ArrayConversion.h).
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
@@ -173,7 +173,9 @@ PYBIND11_MODULE(_ombrix, m) {
       std::string message = e.err;
       if (!e.func.empty()) message += " (" + e.func + ")";
       PyErr_SetString(PyExc_ValueError, message.c_str());
-    } catch (const std::invalid_argument& e) {
+    } catch (const std::logic_error& e) {
+      // std::invalid_argument, and the stream's order errors, which only an empty series reaches
+      // from here ("No frames were added").
       PyErr_SetString(PyExc_ValueError, e.what());
     }
   });
