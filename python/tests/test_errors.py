@@ -112,3 +112,14 @@ def test_caller_arrays_are_never_modified(rng):
     ombrix.measure_edge(image)
     np.testing.assert_array_equal(image, copies[0])
     np.testing.assert_array_equal(mask, copies[1])
+
+
+def test_huge_radii_finish_with_the_whole_image_disc(rng):
+    image = rng.integers(0, 4096, size=(20, 30), dtype=np.uint16)
+    whole = ombrix.disc_median(image, 50)
+    for radius in (10**5, 2**31 - 1):
+        np.testing.assert_array_equal(ombrix.disc_median(image, radius), whole)
+        cleaned, _ = ombrix.remove_cosmic_rays(image, radius, 10)
+        np.testing.assert_array_equal(cleaned, ombrix.remove_cosmic_rays(image, 50, 10)[0])
+    with pytest.raises(TypeError):
+        ombrix.disc_median(image, 2**31)  # beyond the core's int
