@@ -61,10 +61,10 @@ DEFAULT_WAVELET_KERNEL: Tuple[float, ...] = tuple(_ombrix.default_wavelet_kernel
 def disc_median(image: ArrayLike, radius: int) -> np.ndarray:
     """Median over the disc ``dx**2 + dy**2 <= (radius + 0.5)**2`` around every pixel.
 
-    The disc is cut at the image edge, not padded. ``radius`` in pixels, from 1. Radius 1 and 2 use
-    the 3 x 3 and 5 x 5 square windows of OpenCV's median and accept what it accepts; from radius 3
-    the image must be ``uint16`` with one channel (else ``ValueError("Not impl ...")``). Returns an
-    array of the image's shape and dtype.
+    The disc is cut at the image edge, not padded (where the cut disc holds an even count, the
+    lower middle sample with its top bit cleared). ``radius`` in pixels, from 1 (else
+    ``ValueError("wrongs parameters ...")``); the image must be ``uint16`` with one channel (else
+    ``ValueError("Not impl ...")``). Returns a ``uint16`` array of the image's shape.
     """
     return _ombrix.disc_median(image, int(radius))
 
@@ -76,7 +76,9 @@ def remove_cosmic_rays(
 
     A pixel more than ``threshold`` (in the image's units, DN) above the median over the disc of
     ``radius`` pixels takes the median's value; dark outliers are kept. ``mask`` (``uint8`` of the
-    image's shape, optional) limits the replacement to its non-zero pixels.
+    image's shape, optional) limits the replacement to its non-zero pixels. Radius 1 and 2 use the
+    3 x 3 and 5 x 5 square windows of OpenCV's median (any dtype and channel count it takes); from
+    radius 3 the disc median (``uint16``, one channel).
 
     Returns ``(cleaned, replaced)``: the cleaned image (the image's shape and dtype) and a boolean
     map, True where a pixel was replaced.
@@ -89,8 +91,9 @@ def gaussian_blur(image: ArrayLike, sigma: int, separable: bool = False) -> np.n
 
     ``separable=False`` filters with one normalised 2-D kernel; ``True`` with a row and a column
     pass of unnormalised binomial taps, divided by the scale last (integer images round and
-    saturate in between). A sigma below 1 is not guarded by the core. Returns an array of the
-    image's shape and dtype.
+    saturate in between). A sigma below 1 is not guarded by the core; one above 1000 is a
+    ValueError (the kernel stops widening at 201 taps from sigma 22 on, while the core's cost keeps
+    growing with sigma squared). Returns an array of the image's shape and dtype.
     """
     return _ombrix.gaussian_blur(image, int(sigma), bool(separable))
 
@@ -102,7 +105,8 @@ def wavelet_planes(
 ) -> Tuple[List[np.ndarray], List[np.ndarray]]:
     """A-trous wavelet decomposition into seven levels.
 
-    ``kernel`` is the scaling kernel of the first level (dilated with zeros at every level);
+    ``kernel`` is the scaling kernel of the first level (dilated with zeros at every level; at
+    most 65 taps, an empty kernel is the core's ValueError);
     ``region`` (``uint8``, optional) makes the image extend radially outside its non-zero pixels
     first. Returns ``(details, smooths)``: two lists of seven ``int16`` planes, finest first; both
     are empty for an empty image.

@@ -103,6 +103,25 @@ py::list TargetList(const ChartMeasurement& chart) {
 
 std::vector<double> DefaultWaveletKernel() { return {0.0625, 0.25, 0.375, 0.25, 0.0625}; }
 
+// Parameters whose cost grows without bound while the result stops changing: the Gaussian kernel
+// stops widening at 201 taps (sigma 22), but the core also forms a (2 sigma + 1)^2 binomial
+// product on the way; the wavelet kernel doubles at each of its seven levels.
+constexpr int kMaxSigma = 1000;
+constexpr std::size_t kMaxWaveletTaps = 65;
+
+void CheckSigma(int sigma) {
+  if (sigma > kMaxSigma) {
+    throw std::invalid_argument("sigma must be at most " + std::to_string(kMaxSigma));
+  }
+}
+
+void CheckWaveletKernel(const std::vector<double>& kernel) {
+  if (kernel.size() > kMaxWaveletTaps) {
+    throw std::invalid_argument("the wavelet kernel may have at most " +
+                                std::to_string(kMaxWaveletTaps) + " taps");
+  }
+}
+
 scenarios::DarkFrames ReadDarks(const InputImage& longDark, const InputImage& shortDark,
                                 const InputImage& badPixels) {
   return scenarios::DarkFrames{longDark.mat, shortDark.mat, badPixels.mat};
@@ -230,6 +249,7 @@ PYBIND11_MODULE(_ombrix, m) {
       "gaussian_blur",
       [](const py::object& image, int sigma, bool separable) {
         const InputImage src = ReadImage(image, "image", Channels::kUpToFour);
+        CheckSigma(sigma);
         cv::Mat dst;
         {
           py::gil_scoped_release release;
@@ -246,6 +266,7 @@ PYBIND11_MODULE(_ombrix, m) {
       [](const py::object& image, std::vector<double> kernel, const py::object& region) {
         const InputImage src = ReadImage(image, "image", Channels::kUpToFour);
         const InputImage area = ReadOptionalImage(region, "region", Channels::kOne);
+        CheckWaveletKernel(kernel);
         CWavelet wavelet;
         wavelet.SetKernel(std::move(kernel));
         {
@@ -268,6 +289,7 @@ PYBIND11_MODULE(_ombrix, m) {
         const InputImage selection = ReadOptionalImage(mask, "mask", Channels::kOne);
         const InputImage area = ReadOptionalImage(region, "region", Channels::kOne);
         const InputImage start = ReadOptionalImage(base, "base", Channels::kUpToFour);
+        CheckWaveletKernel(kernel);
         CWavelet wavelet(std::move(kernel), rejection);
         cv::Mat out;
         {

@@ -123,3 +123,22 @@ def test_huge_radii_finish_with_the_whole_image_disc(rng):
         np.testing.assert_array_equal(cleaned, ombrix.remove_cosmic_rays(image, 50, 10)[0])
     with pytest.raises(TypeError):
         ombrix.disc_median(image, 2**31)  # beyond the core's int
+
+
+def test_parameters_whose_cost_grows_without_bound_are_refused():
+    image = np.zeros((16, 16), np.float32)
+    assert ombrix.gaussian_blur(image, 1000).shape == image.shape
+    with pytest.raises(ValueError, match="sigma must be at most 1000"):
+        ombrix.gaussian_blur(image, 1001)
+    with pytest.raises(ValueError, match="at most 65 taps"):
+        ombrix.wavelet_planes(image, kernel=[1.0 / 66] * 66)
+    with pytest.raises(ValueError, match="at most 65 taps"):
+        ombrix.wavelet_structures(image, kernel=[1.0 / 66] * 66)
+    with pytest.raises(ValueError):  # the core's own refusal of an empty kernel
+        ombrix.wavelet_planes(image, kernel=[])
+    y, x = np.mgrid[0:64, 0:48]
+    edge = np.where(x - 24 > (y - 32) * 0.09, 3000, 500).astype(np.uint16)
+    assert ombrix.measure_edge(edge).measured
+    for oversampling in (1e9, -1.0, float("nan"), float("inf")):
+        with pytest.raises(ValueError, match="profile bins out of range"):
+            ombrix.measure_edge(edge, oversampling=oversampling)
