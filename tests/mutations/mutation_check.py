@@ -87,11 +87,15 @@ def copy_tree(source, destination):
         for name in files:
             src = os.path.join(root, name)
             dst = os.path.join(destination, rel, name)
-            if os.path.exists(dst) and os.path.getsize(dst) == os.path.getsize(src):
-                with open(src, "rb") as a, open(dst, "rb") as b:
-                    if a.read() == b.read():
-                        continue
-            shutil.copy2(src, dst)
+            if not os.path.exists(dst):
+                shutil.copy2(src, dst)  # the source's time, so a seeded build stays up to date
+                continue
+            with open(src, "rb") as a, open(dst, "rb") as b:
+                if a.read() == b.read():
+                    continue
+            # Changed since the last run (or left mutated by an interrupted one): a fresh time,
+            # so that the build sees it.
+            shutil.copyfile(src, dst)
 
 
 def relocate_build(seed, build, old_source, new_source):
