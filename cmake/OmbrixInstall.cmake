@@ -1,8 +1,10 @@
 # What `cmake --install` lays out, relative to the prefix:
 #   lib/libombrix_<area>.a            the core per area and the plug-in factory libraries
 #   include/ombrix/<area>/*.h          their public headers (include/ombrix/plugin for the factory)
-#   lib/ombrix/OmbrixProcessing.so     the processing plug-in module (.dll beside the tool on Windows)
-#   bin/ombrix                         the measurement tool, when this tree builds it
+#   lib/ombrix/OmbrixProcessing.so     the processing plug-in module
+#   lib/ombrix/ombrix, bin/ombrix      the measurement tool, when this tree builds it: the program
+#                                      lies beside the module, which it loads from its own folder,
+#                                      and bin/ombrix is a relative symbolic link to it
 #   lib/cmake/Ombrix/                  the CMake package: targets Ombrix::core, Ombrix::plugin, the
 #                                      per-area targets and Ombrix::OmbrixProcessing (the module)
 #   lib/pkgconfig/ombrix.pc            the same libraries for pkg-config
@@ -28,7 +30,16 @@ install(TARGETS OmbrixProcessing
   RUNTIME DESTINATION ${OMBRIX_INSTALL_MODULEDIR} COMPONENT runtime)
 
 if(TARGET ombrix)
-  install(TARGETS ombrix RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  install(TARGETS ombrix RUNTIME DESTINATION ${OMBRIX_INSTALL_MODULEDIR} COMPONENT runtime)
+  file(RELATIVE_PATH OMBRIX_TOOL_FROM_BINDIR /prefix/${CMAKE_INSTALL_BINDIR}
+       /prefix/${OMBRIX_INSTALL_MODULEDIR}/ombrix${CMAKE_EXECUTABLE_SUFFIX})
+  install(CODE "
+    set(bindir \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}\")
+    file(MAKE_DIRECTORY \"\${bindir}\")
+    file(REMOVE \"\${bindir}/ombrix\")
+    file(CREATE_LINK ${OMBRIX_TOOL_FROM_BINDIR} \"\${bindir}/ombrix\" SYMBOLIC)
+    message(STATUS \"Installing: \${bindir}/ombrix -> ${OMBRIX_TOOL_FROM_BINDIR}\")"
+    COMPONENT runtime)
 endif()
 
 install(EXPORT OmbrixTargets

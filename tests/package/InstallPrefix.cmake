@@ -40,7 +40,7 @@ set(expected
   ${LIBDIR}/cmake/Ombrix/OmbrixTargets.cmake
   ${LIBDIR}/pkgconfig/ombrix.pc)
 if(WITH_TOOL)
-  list(APPEND expected bin/ombrix)
+  list(APPEND expected bin/ombrix ${LIBDIR}/ombrix/ombrix)
 endif()
 foreach(file IN LISTS expected)
   if(NOT EXISTS ${PREFIX}/${file})
