@@ -48,12 +48,25 @@ if(NOT EXISTS ${module})
 endif()
 
 if(WITH_TOOL)
-  execute_process(COMMAND ${root}/usr/bin/ombrix --version
+  set(tool ${root}/usr/bin/ombrix)
+  execute_process(COMMAND ${tool} --version
                   RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
   message(STATUS "ombrix --version: ${out}")
   if(NOT result EQUAL 0 OR NOT out MATCHES "${VERSION}")
     message(FATAL_ERROR "installed tool's --version failed or does not name ${VERSION}")
   endif()
+  # A measurement through the packaged plug-in module, which the tool loads from its own folder:
+  # the dark chamber that the verification suite fails and one that it passes.
+  foreach(case "DarkChamberFail;not clean" "DarkChamber;[0-9], clean")
+    list(GET case 0 folder)
+    list(GET case 1 verdict)
+    execute_process(COMMAND ${tool} dark ${DATA_DIR}/${folder} --out ${SCRATCH}/${folder}
+                    RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE out)
+    message(STATUS "ombrix dark ${folder}: ${out}")
+    if(NOT result EQUAL 0 OR NOT out MATCHES "defects \\([0-9]+ pixels\\), ${verdict}")
+      message(FATAL_ERROR "installed tool's dark-chamber verdict on ${folder} is not '${verdict}'")
+    endif()
+  endforeach()
 endif()
 
 execute_process(COMMAND ${PLUGIN_CONSUMER} ${module}
