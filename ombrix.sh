@@ -17,7 +17,7 @@ case "$mode" in
 esac
 
 packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
-          python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy python3-pip
+          dpkg-dev python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy python3-pip
           python3-setuptools)
 missing=()
 for p in "${packages[@]}"; do
