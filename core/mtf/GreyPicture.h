@@ -7,5 +7,6 @@
 
 // rgbOrder picks COLOR_RGB2GRAY (true) or COLOR_BGR2GRAY (false) for three and four channels.
 // Two channels (grey plus alpha, or a complex pair) and more than four have no colour meaning and
-// no OpenCV conversion, so they are averaged; the result keeps the input's depth.
+// no OpenCV conversion, so they are averaged; the result keeps the input's depth. Three and four
+// channels of a depth OpenCV's colour conversion lacks (8S, 16S, 32S, 64F) give a 32F picture.
 cv::Mat GreyPicture(const cv::Mat& image, bool rgbOrder);
