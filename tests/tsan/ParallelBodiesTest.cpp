@@ -5,10 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <opencv2/core.hpp>
+#include <set>
+#include <thread>
 #include <vector>
 
 #include "StdThreadBackend.h"
