@@ -16,8 +16,8 @@ case "$mode" in
   *) echo "usage: $0 suite|test" >&2; exit 2 ;;
 esac
 
-packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev python3
-          strace)
+packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
+          dpkg-dev python3 strace)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
