@@ -242,8 +242,8 @@ TEST(ContourFeatures, ComparisonReversedRangeWithFourAndSixRejectsEveryContour) 
 }
 
 TEST(ContourFeatures, ComparisonEqualityAndInequalityReadTheFirstBound) {
-  EXPECT_EQ(Passes(Comparison::EqualToFirst, {0.0, 1.0}, 1.0, 0.0), "01");
-  EXPECT_EQ(Passes(Comparison::NotEqualToFirst, {0.0, 1.0}, 1.0, 0.0), "10");
+  EXPECT_EQ(Passes(Comparison::EqualToFirst, {0.0, 1.0, 2.0}, 1.0, 0.0), "010");
+  EXPECT_EQ(Passes(Comparison::NotEqualToFirst, {0.0, 1.0, 2.0}, 1.0, 0.0), "101");
 }
 
 TEST(ContourFeatures, ComparisonNaNPassesOnlyInequality) {

@@ -184,6 +184,24 @@ TEST(Mtf, NyquistIsTheFirstSampleAboveHalfPitchLessOneStep) {
   EXPECT_FLOAT_EQ(result.efficiency, result.cutFrequency * 100.0f / 0.49f);
 }
 
+TEST(Mtf, NyquistSampleMustExceedTheLimitNotEqualIt) {
+  // Resolution 53 dpi, 512 samples at oversampling 4, no tilt: frequency sample 63 equals the
+  // limit 0.5 / pitch - (f[1] + 2.220446049250313e-16) exactly in double, so the Nyquist sample
+  // is the next one.
+  const float pitch = std::cos(std::atan(0.0f)) * (25.4f / 53.0f);
+  const float nPitch = 512.0f * pitch;
+  const auto f = [&](int i) {
+    return static_cast<double>(static_cast<float>(i) * 4.0f) / static_cast<double>(nPitch);
+  };
+  const double limit = 0.5 / pitch - (f(1) + 2.220446049250313e-16);
+  ASSERT_EQ(f(63), limit);
+  MtfResult result;
+  result.resolution = 53.0f;
+  ComputeMtf(result, BlurredStep(512, 1.0), 0.0f, 4.0f);
+  ASSERT_EQ(result.frequencies[63], f(63));
+  EXPECT_EQ(result.nyquist, static_cast<float>(f(64)));
+}
+
 TEST(Mtf, OneOrTwoSamplesGiveNoNyquistAndZeroEfficiency) {
   for (const std::vector<double>& esf :
        {std::vector<double>{}, std::vector<double>{3.0}, std::vector<double>{0.0, 1.0}}) {

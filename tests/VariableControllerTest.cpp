@@ -154,6 +154,20 @@ TEST(VariableController, LevelsAreSinglePrecisionSums) {
   EXPECT_FALSE(controller.Insert(std::nextafter(level, 0.0f), error));
 }
 
+TEST(VariableController, LowerLevelRoundedUpInSinglePrecisionIsReached) {
+  // 0.1f + -25.0f rounds up to -24.8999996f, above the exact sum of the two floats
+  // (-24.8999999985): a reading equal to the float level has reached the target, while against
+  // the wider sum it would lie between the levels.
+  Controller controller(10);
+  SetLevels(controller, 0.1f);
+  bool error = false;
+  controller.Insert(0.0f, error);
+  const float level = 0.1f + -25.0f;
+  ASSERT_GT(static_cast<double>(level), static_cast<double>(0.1f) + -25.0);
+  EXPECT_TRUE(controller.Insert(level, error));
+  EXPECT_FALSE(error);
+}
+
 TEST(VariableController, FirstReadingNeverGivesVerdict) {
   for (const float value : {0.0f, -22.5f, -30.0f}) {
     Controller controller(5);

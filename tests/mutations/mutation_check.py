@@ -102,10 +102,13 @@ def relocate_build(seed, build, old_source, new_source):
     """Copies a built folder and moves the source and build paths written in its text files."""
     seed = os.path.abspath(seed)
     scratch = os.path.dirname(os.path.abspath(build))
-    # The scratch folder may lie inside the seed (build/mutation): it is not copied into itself.
-    shutil.copytree(seed, build, symlinks=True,
-                    ignore=lambda folder, names: [n for n in names
-                                                  if os.path.join(folder, n) == scratch])
+    # The scratch folder may lie inside the seed (build/mutation): it is not copied into itself,
+    # nor are other scratch folders beside it.
+    def ignored(folder, names):
+        return [n for n in names if os.path.join(folder, n) == scratch or
+                (folder == seed and n.startswith("mutation"))]
+
+    shutil.copytree(seed, build, symlinks=True, ignore=ignored)
     # One pass, the longer path first, since the build folder may lie inside the source.
     moves = {seed.encode(): os.path.abspath(build).encode(),
              os.path.abspath(old_source).encode(): os.path.abspath(new_source).encode()}
