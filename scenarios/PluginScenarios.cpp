@@ -10,13 +10,27 @@ std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& coll
   return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
 }
 
-float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& folder,
-                               FrameKeeping keeping, const DarkReferenceFinish& finish) {
-  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
-    return -1.0f;
-  }
+std::shared_ptr<IOmbrixProcessing> LoadProcessingPlugin(CFactoryCollection& collection,
+                                                        const std::string& modulePath) {
+  if (!collection.m_factoryProcessing.Load(modulePath)) return nullptr;
+  return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+}
+
+std::vector<cv::String> RawFrameFiles(const std::string& folder) {
   std::vector<cv::String> files;
   cv::glob(folder + kRawFramePattern, files, false);
+  return files;
+}
+
+std::vector<std::string> DarkFrameFiles(const std::string& folder) {
+  return {folder + kLongDarkFile, folder + kShortDarkFile};
+}
+
+float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& folder,
+                               FrameKeeping keeping, const DarkReferenceFinish& finish) {
+  const std::vector<std::string> darks = DarkFrameFiles(folder);
+  if (!plugin.LoadDarkFrames(darks[0], darks[1], std::string())) return -1.0f;
+  std::vector<cv::String> files = RawFrameFiles(folder);
   if (files.empty()) return -1.0f;
   std::vector<cv::Mat> processed;
   for (const cv::String& file : files) {
@@ -81,9 +95,8 @@ DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::strin
                                      const AlgoParameters& parameters) {
   DetectionOutput output;
   plugin.SetAlgoParameters(parameters);
-  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
-    return output;
-  }
+  const std::vector<std::string> darks = DarkFrameFiles(folder);
+  if (!plugin.LoadDarkFrames(darks[0], darks[1], std::string())) return output;
   plugin.BeginImage();
   ExposedImage frame;
   frame.image = cv::imread(folder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED);

@@ -49,12 +49,23 @@ inline constexpr const char* kRepeatabilityFolders[] = {"QT7M21013C" OMBRIX_SEP 
 inline constexpr const char* kTechnicianCharts[] = {OMBRIX_SEP "FTM.tif",
                                                     OMBRIX_SEP "TestEntreeFTM.tif"};
 
+// The raw frames of a dark-chamber or light-source folder, in cv::glob order (the order the
+// sequence pushes them in); empty when there is none.
+std::vector<cv::String> RawFrameFiles(const std::string& folder);
+
+// The paths of the folder's long (150 s) and short (1 s) master darks, in that order.
+std::vector<std::string> DarkFrameFiles(const std::string& folder);
+
 // ---- The plug-in object ------------------------------------------------------------------------
 
 // Loads the module into the collection's processing factory (the result is deliberately not
 // checked: without the library the entry call faults) and makes one object with an empty logger.
 // The object must be released before the collection.
 std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& collection,
+                                                        const std::string& modulePath);
+
+// The same for hosts that must not fault: an empty pointer when the module cannot be loaded.
+std::shared_ptr<IOmbrixProcessing> LoadProcessingPlugin(CFactoryCollection& collection,
                                                         const std::string& modulePath);
 
 // ---- Dark-reference sequence (dark chamber, light source) --------------------------------------
