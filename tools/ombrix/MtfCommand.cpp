@@ -193,7 +193,11 @@ int RunMtf(const MtfOptions& given, const CommonOptions& common) {
     throw UsageError("--pixel-pitch: must be positive (microns)");
   }
   if (options.plotEdge < 1) throw UsageError("--plot-edge: must be at least 1");
-  for (const std::string& image : options.images) CheckImageFile(image);
+  for (const std::string& image : options.images) {
+    CheckImageFile(image);
+    // A region outside an image is a usage error, found before the output folder is made.
+    if (hasRoi) RequireInside("--roi", roi, ReadImage(image).size(), image);
+  }
 
   RunContext run("mtf", common);
   run.Begin(options.images);

@@ -72,8 +72,13 @@ void OutputFolder::RefuseInput(const std::string& finalPath) const {
 
 std::string OutputFolder::Commit(const std::string& temporary, const std::string& name) const {
   const std::string finalPath = File(name);
-  RefuseInput(finalPath);
   std::error_code code;
+  try {
+    RefuseInput(finalPath);
+  } catch (const ToolError&) {
+    fs::remove(temporary, code);
+    throw;
+  }
   fs::rename(temporary, finalPath, code);
   if (code) {
     fs::remove(temporary, code);

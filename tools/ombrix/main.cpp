@@ -47,7 +47,10 @@ int main(int argc, char** argv) {
 
   MtfOptions mtf;
   CLI::App* mtfCommand = app.add_subcommand(
-      "mtf", "MTF of every edge of the square targets of a chart (or of one slanted edge)");
+      "mtf",
+      "MTF of every edge of the square targets of a chart (or of one slanted edge). Per edge: "
+      "fitted angle (degrees), MTF50 and cut frequency (MTF = 0.1) in cycles/pixel (and line "
+      "pairs/mm with --pixel-pitch) with their 95 % intervals, efficiency (% of Nyquist)");
   mtfCommand->add_option("IMAGE", mtf.images, "Chart or edge images (any depth)")->required();
   mtfCommand->add_flag("--edge", mtf.edge,
                        "Measure the whole image (or --roi) as one slanted edge");
@@ -121,6 +124,16 @@ int main(int argc, char** argv) {
                          "Control run (the validation's positive and negative controls)");
   AddCommonOptions(spotsCommand, common);
 
+  // CLI11 would report a mistyped subcommand as a missing one; name it instead.
+  bool known = argc < 2 || argv[1][0] == '-';
+  for (const CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+    known = known || command->get_name() == argv[1];
+  }
+  if (!known) {
+    return Fail(kExitUsage, std::string(argv[1]) +
+                                ": unknown subcommand (mtf, clean, median, noise, dark, light, "
+                                "spots; see ombrix --help)");
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {
