@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <mutex>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
@@ -271,15 +272,26 @@ void DrawCurves(const PlotSpec& spec, double xmin, double xmax, double ymin, dou
   DrawLegend(legend, EmptiestCorner(inBox));
 }
 
-// Writes one plot to path with the given device: draw is called with the stream open.
+// Writes the plot as PNG and, when svgPath is not empty, as SVG: draw is called once per device
+// with the stream open. Both files are created before drawing and renamed into place after both
+// are drawn, so an unwritable SVG folder leaves no PNG either.
 template <typename Draw>
-void WritePlot(const char* device, const std::string& path, const Draw& draw) {
-  CAtomicFile file(path);
+void WritePlots(const std::string& pngPath, const std::string& svgPath, const Draw& draw) {
+  CAtomicFile png(pngPath);
+  std::unique_ptr<CAtomicFile> svg;
+  if (!svgPath.empty()) svg = std::make_unique<CAtomicFile>(svgPath);
   {
-    CPlotStream stream(device, file.TemporaryPath());
+    CPlotStream stream("pngcairo", png.TemporaryPath());
     draw();
   }
-  file.Commit();
+  if (svg) {
+    // PLplot's own SVG device writes text as <text> elements (cairo's would write glyph
+    // outlines), so the labels of an SVG plot can be searched and copied.
+    CPlotStream stream("svg", svg->TemporaryPath());
+    draw();
+  }
+  png.Commit();
+  if (svg) svg->Commit();
 }
 
 // The finite values of a single-channel image, as float, sorted (ascending).
@@ -358,10 +370,7 @@ void PlotCurves(const PlotSpec& spec, const std::string& pngPath, const std::str
 
   std::lock_guard<std::mutex> lock(PlplotMutex());
   auto draw = [&] { DrawCurves(spec, xmin, xmax, ymin, ymax); };
-  WritePlot("pngcairo", pngPath, draw);
-  // PLplot's own SVG device writes text as <text> elements (cairo's would write glyph outlines),
-  // so the labels of an SVG plot can be searched and copied.
-  if (!svgPath.empty()) WritePlot("svg", svgPath, draw);
+  WritePlots(pngPath, svgPath, draw);
 }
 
 void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
@@ -420,8 +429,7 @@ void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
     plbox("bc", 0.0, 0, "bc", 0.0, 0);  // the frame again, over the bars touching it
     DrawLegend({{summary, kFirstSeries, kSolid, true}}, PL_POSITION_TOP | PL_POSITION_RIGHT);
   };
-  WritePlot("pngcairo", pngPath, draw);
-  if (!svgPath.empty()) WritePlot("svg", svgPath, draw);
+  WritePlots(pngPath, svgPath, draw);
 }
 
 void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::string& title,
@@ -445,7 +453,7 @@ void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::str
   const int factor = (std::max(values.rows, values.cols) + kMaxCells - 1) / kMaxCells;
   const int cols = (values.cols + factor - 1) / factor;
   const int rows = (values.rows + factor - 1) / factor;
-  // Cells that stay non-finite are set below the colour range, which plimage leaves undrawn.
+  // Cells that stay non-finite are set below the colour range, which plimagefr leaves undrawn.
   const double undrawn = lo - (hi - lo) - 1.0;
   std::vector<PLFLT> cells(static_cast<std::size_t>(cols) * rows);
   std::vector<PLFLT*> columns(static_cast<std::size_t>(cols));
@@ -480,13 +488,15 @@ void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::str
   }
 
   std::lock_guard<std::mutex> lock(PlplotMutex());
-  WritePlot("pngcairo", pngPath, [&] {
+  WritePlots(pngPath, "", [&] {
     plscmap1(red.data(), green.data(), blue.data(), 256);
     // The picture keeps its aspect ratio inside the space left of the colour bar.
     plvpas(0.12, 0.80, 0.10, 0.90, static_cast<double>(values.rows) / values.cols);
     plwind(0.0, values.cols, values.rows, 0.0);  // image rows downwards
-    plimage(columns.data(), cols, rows, 0.0, values.cols, 0.0, values.rows, lo, hi, 0.0,
-            values.cols, 0.0, values.rows);
+    // plimagefr rather than plimage: plimage would scale the colours to the data's own extremes,
+    // the undrawn cells included, instead of [lo, hi].
+    plimagefr(columns.data(), cols, rows, 0.0, values.cols, 0.0, values.rows, lo, hi, lo, hi,
+              nullptr, nullptr);
     plcol0(kForeground);
     plbox("bcnst", 0.0, 0, "bcnstv", 0.0, 0);
     pllab("x (pixels)", "y (pixels)", PlainText(title).c_str());

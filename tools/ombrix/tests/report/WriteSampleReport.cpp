@@ -1,9 +1,11 @@
-// Writes a report like the tool's into the folder given as the only argument: the MTF curves of
+// Writes a report like the tool's into the folder given as the only argument (created if need
+// be): the MTF curves of
 // four edges with their markers, an edge profile, the histogram and false-colour picture of a
 // noise map, and a summary table of four edges. The browser check (check_report.py) opens it.
 #include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <opencv2/core.hpp>
 #include <string>
 
@@ -36,6 +38,7 @@ int main(int argc, char** argv) {
   }
   const std::string out = std::string(argv[1]) + "/";
   try {
+    std::filesystem::create_directories(argv[1]);
     PlotSpec mtf;
     mtf.title = "MTF of every edge";
     mtf.xLabel = "spatial frequency (cycles/pixel)";
