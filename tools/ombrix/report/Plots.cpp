@@ -109,7 +109,7 @@ void AxisLimits(double wantLo, double wantHi, const Range& data, double margin, 
   double dataLo = data.Empty() ? 0.0 : data.lo;
   double dataHi = data.Empty() ? 1.0 : data.hi;
   const double span = dataHi - dataLo;
-  if (span > 0) {
+  if (span > 0 && std::isfinite(span * (1 + 2 * margin))) {
     dataLo -= margin * span;
     dataHi += margin * span;
   }
@@ -191,15 +191,22 @@ void DrawLegend(const std::vector<LegendEntry>& entries, PLINT position) {
     texts[i] = PlainText(entries[i].text);
     textPointers[i] = texts[i].c_str();
   }
+  // A long legend (a chart of many edges) is set in columns of at most 12 entries in smaller
+  // type, so that it stays inside the box.
+  constexpr std::size_t kMaxRows = 12;
+  const std::size_t columns = (n + kMaxRows - 1) / kMaxRows;
+  const std::size_t rows = (n + columns - 1) / columns;
+  const PLFLT textScale = columns > 1 ? 0.65 : 0.8;
+  const PLFLT sampleWidth = columns > 1 ? 0.04 : 0.08;
   PLFLT width = 0, height = 0;
   plcol0(kForeground);
   pllsty(kSolid);
   pllegend(&width, &height, PL_LEGEND_BACKGROUND | PL_LEGEND_BOUNDING_BOX,
-           position | PL_POSITION_INSIDE | PL_POSITION_VIEWPORT, 0.02, 0.02, 0.08, kBackground,
-           kForeground, kSolid, 0, 0, static_cast<PLINT>(n), options.data(), 1.0, 0.8, 2.0, 0.0,
-           textColours.data(), textPointers.data(), colours.data(), patterns.data(), scales.data(),
-           boxWidths.data(), colours.data(), styles.data(), widths.data(), nullptr, nullptr,
-           nullptr, nullptr);
+           position | PL_POSITION_INSIDE | PL_POSITION_VIEWPORT, 0.02, 0.02, sampleWidth,
+           kBackground, kForeground, kSolid, static_cast<PLINT>(rows), static_cast<PLINT>(columns),
+           static_cast<PLINT>(n), options.data(), 1.0, textScale, 2.0, 0.0, textColours.data(),
+           textPointers.data(), colours.data(), patterns.data(), scales.data(), boxWidths.data(),
+           colours.data(), styles.data(), widths.data(), nullptr, nullptr, nullptr, nullptr);
 }
 
 void DrawCurves(const PlotSpec& spec, double xmin, double xmax, double ymin, double ymax) {

@@ -299,6 +299,34 @@ TEST(Plots, LegendTextIsDrawnInAnEmptyCorner) {
   EXPECT_GT(sample, 10);
 }
 
+TEST(Plots, LongLegendStaysInsideTheBox) {
+  CTemporaryFolder folder;
+  // 30 edges: with labels and without (no legend); the legend is all that differs, and it must
+  // lie inside the axes box, above the low curves.
+  PlotSpec unlabelled = UnitSpec();
+  for (int i = 0; i < 30; ++i) unlabelled.curves.push_back(Line("", 0.01 * i, 0.01 * i));
+  PlotSpec labelled = unlabelled;
+  for (int i = 0; i < 30; ++i) labelled.curves[i].label = "edge " + std::to_string(i + 1);
+  PlotCurves(unlabelled, folder / "plain.png");
+  PlotCurves(labelled, folder / "legend.png");
+  const cv::Mat a = ReadRgb(folder / "plain.png");
+  const cv::Mat b = ReadRgb(folder / "legend.png");
+  ASSERT_FALSE(a.empty());
+  ASSERT_FALSE(b.empty());
+  cv::Mat difference;
+  cv::absdiff(a, b, difference);
+  cv::cvtColor(difference, difference, cv::COLOR_RGB2GRAY);
+  std::vector<cv::Point> changed;
+  cv::findNonZero(difference > 0, changed);
+  ASSERT_GT(changed.size(), 1000u);
+  for (const cv::Point& p : changed) {
+    ASSERT_GT(p.x, kBoxLeft);
+    ASSERT_LT(p.x, kBoxRight);
+    ASSERT_GT(p.y, kBoxTop);
+    ASSERT_LT(p.y, RowOf(0.35, 0, 1));
+  }
+}
+
 TEST(Plots, SvgHoldsEveryLabelAsText) {
   CTemporaryFolder folder;
   PlotSpec spec = UnitSpec();
