@@ -49,13 +49,14 @@ constexpr double kPlotBoxBottom = 0.12, kPlotBoxTop = 0.90;
 void PlotCurves(const PlotSpec& spec, const std::string& pngPath, const std::string& svgPath = "");
 
 // Histogram of the finite values of a 32F image (bins over [lo, hi]; lo/hi NAN: 0 and the 99.9th
-// pct). Values outside [lo, hi] are not drawn; the legend counts them. bins: 1 to 100000.
+// pct; lo NAN is the smallest value instead when that is negative). Values outside [lo, hi] are
+// not drawn; the legend counts them. Other single-channel depths are converted. bins: 1 to 100000.
 void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
                    const std::string& title, const std::string& xLabel, const std::string& pngPath,
                    const std::string& svgPath = "");
 
 // False-colour picture of a 32F map with a labelled colour bar (unit in the bar label). Values
-// are clamped to [lo, hi] (lo/hi NAN: 0 and the 99.9th percentile of the finite values);
+// are clamped to [lo, hi] (lo/hi NAN: as for the histogram, 0 and the 99.9th percentile);
 // non-finite pixels stay white. Maps larger than the plot are shown averaged over blocks.
 void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::string& title,
                      const std::string& unit, const std::string& pngPath);

@@ -442,6 +442,14 @@ TEST(Plots, HistogramRangeDefaultsToZeroAndThe999thPercentile) {
   EXPECT_NE(text.find("1000 values, 1 above the range"), std::string::npos);
   EXPECT_NE(text.find("noise (DN)"), std::string::npos);
   EXPECT_NE(text.find("pixels"), std::string::npos);
+
+  // -5 .. 4: with a negative value the range starts at the smallest one, so none lies below it.
+  cv::Mat signedValues(1, 10, CV_32F);
+  for (int i = 0; i < 10; ++i) signedValues.at<float>(i) = static_cast<float>(i - 5);
+  PlotHistogram(signedValues, 9, NAN, NAN, "Histogram", "offset (DN)", folder / "s.png",
+                folder / "s.svg");
+  EXPECT_NE(DecodeXmlText(ReadText(folder / "s.svg")).find("10 values, 1 above the range"),
+            std::string::npos);
 }
 
 TEST(Plots, HistogramRefusesBadInput) {
