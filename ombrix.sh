@@ -16,7 +16,9 @@ case "$mode" in
   *) echo "usage: $0 suite|test" >&2; exit 2 ;;
 esac
 
-packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev)
+packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
+  libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium python3
+  nlohmann-json3-dev libssl-dev python3-jsonschema)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
