@@ -6,6 +6,7 @@
 #include "ParallelFiles.h"
 #include "ProgressBar.h"
 #include "ToolError.h"
+#include "ToolReport.h"
 #include "filters/FilterCosmicRay.h"
 
 namespace ombrix_tool {
@@ -113,6 +114,23 @@ int RunClean(const CleanOptions& options, const CommonOptions& common) {
             std::to_string(options.radius) + ", threshold " + std::to_string(options.threshold) +
             ")");
   }
+  ReportSection section;
+  section.heading = "Cosmic-ray filter";
+  section.text = "Pixels more than " + std::to_string(options.threshold) +
+                 " DN above the median of the disc of radius " + std::to_string(options.radius) +
+                 " pixels took the median's value" +
+                 (options.mask.empty() ? std::string(".") : " (only inside the mask).");
+  ReportTable table;
+  table.header = {"image", "replaced pixels", "cleaned image", "replaced pixels list"};
+  for (std::size_t i = 0; i < options.images.size(); ++i) {
+    const std::string stem = FileStem(options.images[i]);
+    table.rows.push_back({options.images[i], std::to_string(cleaned[i].count), stem + "_clean.tif",
+                          stem + "_replaced.csv"});
+    section.pictures.push_back(FolderPicture(run, stem + "_replaced.png",
+                                             "Replaced pixels of " + stem + " (white: replaced)"));
+  }
+  section.tables.push_back(table);
+  WriteRunReport(run, "ombrix clean", {section});
   run.Finish();
   return kExitSuccess;
 }
@@ -135,6 +153,14 @@ int RunMedian(const MedianOptions& options, const CommonOptions& common) {
   cv::absdiff(source, median, difference);
   const int changed = cv::countNonZero(difference);
   doc.AddFigure(options.image, "whole image", "pixels changed by the median", changed, "pixel");
+  ReportSection section;
+  section.heading = "Disc median";
+  section.text = "Median over the disc of radius " + std::to_string(options.radius) +
+                 " pixels (dx^2 + dy^2 <= (radius + 0.5)^2), cut at the image edge.";
+  section.tables.push_back(ReportTable{
+      {"image", "radius (pixels)", "pixels changed", "median image"},
+      {{options.image, std::to_string(options.radius), std::to_string(changed), name}}});
+  WriteRunReport(run, "ombrix median", {section});
   run.Say(options.image + ": disc median of radius " + std::to_string(options.radius) +
           " written to " + run.Folder().File(name) + " (" + std::to_string(changed) +
           " pixels changed)");

@@ -8,6 +8,7 @@
 #include "ProgressBar.h"
 #include "RectOption.h"
 #include "ToolError.h"
+#include "ToolReport.h"
 #include "mtf/MtfDrawing.h"
 #include "mtf/MtfMeasurement.h"
 #include "mtf/MtfUncertainty.h"
@@ -24,6 +25,8 @@ struct EdgeRow {
   double mtf50 = -1.0;
   MtfResult result;
   MtfEdgeUncertainty uncertainty;
+  // Profile samples per pixel across the edge.
+  double oversampling = 4.0;
 };
 
 struct ImageMeasurement {
@@ -74,6 +77,7 @@ ImageMeasurement MeasureImage(const std::string& path, const MtfOptions& options
     MtfResult again;
     uncertainty.MeasureEdge(measurement, image, again, row.uncertainty);
     row.side = "edge";
+    row.oversampling = measurement.oversampling;
     row.region = area;
     row.angle = CMtfMeasurement::TiltDegrees(slope);
     row.mtf50 = MtfCrossing(row.result, 0.5);
@@ -94,6 +98,7 @@ ImageMeasurement MeasureImage(const std::string& path, const MtfOptions& options
       const MtfEdge& edge = target.edges[e];
       EdgeRow row;
       row.target = number;
+      row.oversampling = measurement.oversampling;
       row.side = SideName(edge.side);
       row.region = edge.region;
       row.angle = CMtfMeasurement::TiltDegrees(edge.slope);
@@ -178,6 +183,146 @@ void PrintTable(const RunContext& run, const std::string& input, const ImageMeas
   }
 }
 
+std::string ShortName(const EdgeRow& row) {
+  return row.target == 0 ? std::string("edge") : "T" + std::to_string(row.target) + " " + row.side;
+}
+
+std::string IntervalCell(const MtfInterval& interval, double scale) {
+  if (!interval.Available()) return "n/a";
+  return Fixed(interval.lower * scale, 4) + " - " + Fixed(interval.upper * scale, 4);
+}
+
+// MTF against frequency for every edge of one image, with the Nyquist frequency, the levels 0.5
+// and 0.1, and the MTF50 and cut frequency (of the edge, or their mean over the image's edges).
+PlotSpec MtfCurves(const std::string& input, const ImageMeasurement& m) {
+  PlotSpec spec;
+  spec.title = "MTF of " + FileStem(input);
+  spec.xLabel = "frequency (cycles/pixel)";
+  spec.yLabel = "MTF";
+  double mtf50Sum = 0.0, cutSum = 0.0;
+  int mtf50Count = 0, cutCount = 0;
+  for (const EdgeRow& row : m.rows) {
+    Curve curve;
+    curve.label = ShortName(row);
+    const std::size_t n = std::min(row.result.frequencies.Size(), row.result.mtfCopy.Size());
+    for (std::size_t i = 0; i < n; ++i) {
+      if (row.result.frequencies[i] > 1.0) break;
+      curve.x.push_back(row.result.frequencies[i]);
+      curve.y.push_back(row.result.mtfCopy[i]);
+    }
+    spec.curves.push_back(curve);
+    if (row.mtf50 >= 0.0) {
+      mtf50Sum += row.mtf50;
+      ++mtf50Count;
+    }
+    if (row.result.cutFrequency >= 0.0f) {
+      cutSum += row.result.cutFrequency;
+      ++cutCount;
+    }
+  }
+  const std::string prefix = m.rows.size() == 1 ? "" : "mean ";
+  if (mtf50Count > 0) spec.vmarkers.push_back({prefix + "MTF50", mtf50Sum / mtf50Count});
+  if (cutCount > 0) spec.vmarkers.push_back({prefix + "cut (MTF 0.1)", cutSum / cutCount});
+  spec.vmarkers.push_back({"Nyquist", 0.5});
+  spec.hmarkers.push_back({"MTF = 0.5", 0.5});
+  spec.hmarkers.push_back({"MTF = 0.1", 0.1});
+  spec.xmin = 0.0;
+  spec.ymin = 0.0;
+  return spec;
+}
+
+// A profile across the edge, positions in pixels from its centre.
+PlotSpec ProfilePlot(const KProfile<double>& profile, double oversampling, const std::string& title,
+                     const std::string& yLabel, const std::string& label) {
+  PlotSpec spec;
+  spec.title = title;
+  spec.xLabel = "position across the edge (pixels)";
+  spec.yLabel = yLabel;
+  Curve curve;
+  curve.label = label;
+  const double centre = static_cast<double>(profile.Size()) / 2.0;
+  for (std::size_t i = 0; i < profile.Size(); ++i) {
+    curve.x.push_back((static_cast<double>(i) - centre) / oversampling);
+    curve.y.push_back(profile[i]);
+  }
+  spec.curves.push_back(curve);
+  return spec;
+}
+
+void WriteMtfReport(RunContext& run, const MtfOptions& options,
+                    const std::vector<std::string>& inputs,
+                    const std::vector<ImageMeasurement>& measured) {
+  const bool mm = options.pixelPitch > 0.0;
+  const double scale = mm ? 1000.0 / options.pixelPitch : 1.0;
+  ReportTable table;
+  table.header = {"image",      "target",     "side",     "angle (deg)",   "MTF50 (c/px)",
+                  "MTF50 95 %", "cut (c/px)", "cut 95 %", "efficiency (%)"};
+  if (mm) {
+    table.header.push_back("MTF50 (lp/mm)");
+    table.header.push_back("cut (lp/mm)");
+  }
+  std::vector<ReportPicture> pictures;
+  const EdgeRow* chosen = nullptr;
+  std::string chosenInput;
+  int index = 0;
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    const ImageMeasurement& m = measured[i];
+    if (!m.failure.empty()) continue;
+    for (const EdgeRow& row : m.rows) {
+      ++index;
+      if (index == options.plotEdge || chosen == nullptr) {
+        chosen = &row;
+        chosenInput = inputs[i];
+      }
+      std::vector<std::string> cells = {FileStem(inputs[i]),
+                                        row.target == 0 ? "-" : std::to_string(row.target),
+                                        row.side,
+                                        Fixed(row.angle, 2),
+                                        Fixed(row.mtf50, 4),
+                                        IntervalCell(row.uncertainty.mtf50, 1.0),
+                                        Fixed(row.result.cutFrequency, 4),
+                                        IntervalCell(row.uncertainty.cutFrequency, 1.0),
+                                        Fixed(row.result.efficiency, 2)};
+      if (mm) {
+        cells.push_back(Fixed(row.mtf50 >= 0.0 ? row.mtf50 * scale : -1.0, 2));
+        cells.push_back(
+            Fixed(row.result.cutFrequency >= 0.0f ? row.result.cutFrequency * scale : -1.0, 2));
+      }
+      table.rows.push_back(cells);
+    }
+    const std::string stem = FileStem(inputs[i]);
+    if (!m.chart.empty()) {
+      pictures.push_back(FolderPicture(
+          run, stem + "_chart.png",
+          "Annotated chart " + stem + ": targets, edge regions, cut frequency and efficiency"));
+    }
+    pictures.push_back(AddCurvePlot(run, MtfCurves(inputs[i], m), stem + "_mtf",
+                                    "MTF curves of every edge of " + stem));
+  }
+  if (chosen != nullptr) {
+    const std::string name = FileStem(chosenInput) + " " + ShortName(*chosen);
+    pictures.push_back(
+        AddCurvePlot(run,
+                     ProfilePlot(chosen->result.esf, chosen->oversampling,
+                                 "Edge spread function, " + name, "signal (DN)", "ESF"),
+                     "esf", "Edge spread function (ESF) of " + name));
+    pictures.push_back(AddCurvePlot(
+        run,
+        ProfilePlot(chosen->result.lsf, chosen->oversampling, "Line spread function, " + name,
+                    "derivative (DN per sample)", "LSF (windowed)"),
+        "lsf", "Line spread function (LSF) of " + name));
+  }
+  ReportSection section;
+  section.heading = "MTF";
+  section.text = std::string(options.edge ? "Single slanted edge" : "Edges of the square targets") +
+                 ". MTF50 and the cut frequency (MTF = 0.1) in cycles per pixel with their 95 % "
+                 "intervals (jackknife over blocks of rows along the edge); efficiency: the cut "
+                 "frequency as a percentage of the Nyquist sample.";
+  section.tables.push_back(table);
+  section.pictures = pictures;
+  WriteRunReport(run, "ombrix mtf", {section});
+}
+
 }  // namespace
 
 int RunMtf(const MtfOptions& given, const CommonOptions& common) {
@@ -233,6 +378,7 @@ int RunMtf(const MtfOptions& given, const CommonOptions& common) {
       doc.AddOutput(name, "annotated chart of " + input);
     }
   }
+  WriteMtfReport(run, options, options.images, measured);
   run.Finish();
   return exitCode;
 }

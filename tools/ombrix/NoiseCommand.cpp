@@ -9,6 +9,7 @@
 #include "ProgressBar.h"
 #include "RectOption.h"
 #include "ToolError.h"
+#include "ToolReport.h"
 #include "stack/TemporalNoise.h"
 #include "stack/TemporalNoiseStream.h"
 
@@ -77,13 +78,16 @@ cv::Mat StackNoise(const std::vector<std::string>& files, const std::string& nam
       [&stack](std::vector<unsigned short>& values) { return stack.StandardDeviation(values); });
 }
 
-void RecordSummary(RunContext& run, const std::string& subject, const cv::Mat& map) {
+void RecordSummary(RunContext& run, const std::string& subject, const cv::Mat& map,
+                   ReportTable& table) {
   const MapSummary summary = SummarizeMap(map);
   ResultsDocument& doc = run.Document();
   doc.AddFigure("", subject, "mean", summary.mean, "DN");
   doc.AddFigure("", subject, "median", summary.median, "DN");
   doc.AddFigure("", subject, "99th percentile", summary.percentile99, "DN");
   doc.AddFigure("", subject, "pixels", static_cast<double>(summary.count), "pixel");
+  table.rows.push_back({subject, Fixed(summary.mean, 4), Fixed(summary.median, 4),
+                        Fixed(summary.percentile99, 4), std::to_string(summary.count)});
   run.Say("  " + subject + ": mean " + Fixed(summary.mean, 4) + " DN, median " +
           Fixed(summary.median, 4) + " DN, 99th percentile " + Fixed(summary.percentile99, 4) +
           " DN (" + std::to_string(summary.count) + " pixels)");
@@ -121,11 +125,27 @@ int RunNoise(const NoiseOptions& options, const CommonOptions& common) {
   run.Say(std::to_string(files.size()) + " frames of " + std::to_string(map.cols) + " x " +
           std::to_string(map.rows) + ", temporal noise (sample standard deviation)" +
           (options.exactStack ? ", stack statistic" : "") + ":");
-  RecordSummary(run, "whole frame", map);
+  ReportTable table;
+  table.header = {"area", "mean (DN)", "median (DN)", "99th percentile (DN)", "pixels"};
+  RecordSummary(run, "whole frame", map, table);
   if (hasRegion) {
     const std::string subject = "region " + options.region;
-    RecordSummary(run, subject, map(region));
+    RecordSummary(run, subject, map(region), table);
   }
+  ReportSection section;
+  section.heading = "Temporal noise";
+  section.text =
+      std::to_string(files.size()) + " frames of " + std::to_string(map.cols) + " x " +
+      std::to_string(map.rows) + " pixels: per-pixel sample standard deviation over the series" +
+      (options.exactStack ? " (stack statistic: its last pixel-count mod 9 pixels stay 0)."
+                          : " (two passes over the files).");
+  section.tables.push_back(table);
+  section.pictures.push_back(AddFalseColour(run, map, "Temporal noise", "DN", "noise_map",
+                                            "Temporal noise per pixel (DN)"));
+  section.pictures.push_back(AddHistogram(run, map, "Temporal noise histogram",
+                                          "temporal noise (DN)", "noise_histogram",
+                                          "Histogram of the temporal noise"));
+  WriteRunReport(run, "ombrix noise", {section});
   run.Finish();
   return kExitSuccess;
 }

@@ -8,6 +8,7 @@
 #include "InputFiles.h"
 #include "PluginScenarios.h"
 #include "ToolError.h"
+#include "ToolReport.h"
 
 namespace fs = std::filesystem;
 
@@ -114,6 +115,20 @@ int RunDark(const PluginOptions& options, const CommonOptions& common) {
   }
   run.Say(folder + ": " + std::to_string(static_cast<int>(value)) + " defects (" +
           std::to_string(defectPixels) + " pixels), " + (value > 0.0f ? "not clean" : "clean"));
+  ReportSection section;
+  section.heading = "Dark-chamber inspection";
+  section.text =
+      "The processing plug-in's defect count on the minimum of the dark-subtracted raw "
+      "frames; 0 or less means a clean dark chamber.";
+  section.tables.push_back(ReportTable{
+      {"folder", "raw frames", "defects", "defect pixels", "verdict"},
+      {{folder, std::to_string(inputs.size() - 2), std::to_string(static_cast<int>(value)),
+        std::to_string(defectPixels), value > 0.0f ? "not clean" : "clean"}}});
+  if (!map.empty()) {
+    section.pictures.push_back(
+        FolderPicture(run, "defect_map.png", "Defect regions (white) of the dark chamber"));
+  }
+  WriteRunReport(run, "ombrix dark", {section});
   run.Finish();
   return kExitSuccess;
 }
@@ -131,6 +146,14 @@ int RunLight(const PluginOptions& options, const CommonOptions& common) {
   char line[64];
   std::snprintf(line, sizeof line, "%.7g", static_cast<double>(factor));
   run.Say(folder + ": light-source factor " + line);
+  ReportSection section;
+  section.heading = "Light-source factor";
+  section.text =
+      "The processing plug-in's correction factor of the light source, from the "
+      "minimum of the dark-subtracted raw frames.";
+  section.tables.push_back(ReportTable{{"folder", "raw frames", "factor"},
+                                       {{folder, std::to_string(inputs.size() - 2), line}}});
+  WriteRunReport(run, "ombrix light", {section});
   run.Finish();
   return kExitSuccess;
 }
@@ -188,6 +211,22 @@ int RunSpots(const PluginOptions& options, const CommonOptions& common) {
     run.Say(line);
   }
   if (output.objects.size() > 20) run.Say("  ... (all objects in objects.csv)");
+  ReportSection section;
+  section.heading = "Spot detection";
+  section.text = std::to_string(output.objects.size()) + " objects found by the processing " +
+                 "plug-in's detection (" + (options.control ? "control" : "nominal") + " run).";
+  ReportTable table;
+  table.header = {"object",    "centroid x (px)", "centroid y (px)",
+                  "area (px)", "peak (DN)",       "circularity"};
+  for (std::size_t i = 0; i < output.objects.size(); ++i) {
+    const DetectedObject& o = output.objects[i];
+    table.rows.push_back({std::to_string(i + 1), Fixed(o.centroidX, 2), Fixed(o.centroidY, 2),
+                          Fixed(o.area, 0), std::to_string(o.peak), Fixed(o.circularity, 3)});
+  }
+  section.tables.push_back(table);
+  section.pictures.push_back(FolderPicture(
+      run, "spots_overlay.png", "The frame with the detected objects (red) circled and numbered"));
+  WriteRunReport(run, "ombrix spots", {section});
   run.Finish();
   return kExitSuccess;
 }

@@ -34,6 +34,7 @@ class RunContext {
 
   const CommonOptions& Options() const { return options_; }
   OutputFolder& Folder() { return *folder_; }
+  const OutputFolder& Folder() const { return *folder_; }
   ResultsDocument& Document() { return document_; }
 
   // A summary line for the user: standard output, unless --json (which prints the JSON instead)
