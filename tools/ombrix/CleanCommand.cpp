@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "DisplayImage.h"
 #include "InputFiles.h"
 #include "ParallelFiles.h"
 #include "ProgressBar.h"
@@ -160,6 +161,10 @@ int RunMedian(const MedianOptions& options, const CommonOptions& common) {
   section.tables.push_back(ReportTable{
       {"image", "radius (pixels)", "pixels changed", "median image"},
       {{options.image, std::to_string(options.radius), std::to_string(changed), name}}});
+  run.Folder().WriteImage("median_preview.png", DisplayGrey(median));
+  doc.AddOutput("median_preview.png", "the median image, contrast-stretched, 8-bit");
+  section.pictures.push_back(
+      FolderPicture(run, "median_preview.png", "Disc median (contrast stretched)"));
   WriteRunReport(run, "ombrix median", {section});
   run.Say(options.image + ": disc median of radius " + std::to_string(options.radius) +
           " written to " + run.Folder().File(name) + " (" + std::to_string(changed) +

@@ -4,6 +4,7 @@
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 
+#include "DisplayImage.h"
 #include "ExecutablePath.h"
 #include "InputFiles.h"
 #include "PluginScenarios.h"
@@ -52,21 +53,6 @@ std::vector<std::string> DarkReferenceInputs(const std::string& folder) {
     inputs.push_back(frame);
   }
   return inputs;
-}
-
-// An 8-bit grey picture of any single-channel frame, stretched between its 0.5th and 99.5th
-// percentiles so that faint spots stay visible.
-cv::Mat DisplayGrey(const cv::Mat& frame) {
-  cv::Mat values;
-  frame.convertTo(values, CV_32F);
-  std::vector<float> sorted(values.begin<float>(), values.end<float>());
-  std::sort(sorted.begin(), sorted.end());
-  const double lo = sorted[sorted.size() / 200];
-  const double hi = sorted[sorted.size() - 1 - sorted.size() / 200];
-  cv::Mat grey;
-  const double scale = hi > lo ? 255.0 / (hi - lo) : 1.0;
-  values.convertTo(grey, CV_8U, scale, -lo * scale);
-  return grey;
 }
 
 cv::Mat SpotOverlay(const cv::Mat& frame, const cv::Mat& mask,
@@ -153,6 +139,11 @@ int RunLight(const PluginOptions& options, const CommonOptions& common) {
       "minimum of the dark-subtracted raw frames.";
   section.tables.push_back(ReportTable{{"folder", "raw frames", "factor"},
                                        {{folder, std::to_string(inputs.size() - 2), line}}});
+  // The first raw frame as the user would look at it (the plug-in works on all of them).
+  run.Folder().WriteImage("first_frame.png", DisplayGrey(ReadImage(inputs[2])));
+  run.Document().AddOutput("first_frame.png", "the first raw frame, contrast-stretched, 8-bit");
+  section.pictures.push_back(FolderPicture(
+      run, "first_frame.png", "First raw frame " + FileStem(inputs[2]) + " (contrast stretched)"));
   WriteRunReport(run, "ombrix light", {section});
   run.Finish();
   return kExitSuccess;
