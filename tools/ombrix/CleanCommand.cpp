@@ -89,13 +89,14 @@ int RunClean(const CleanOptions& options, const CommonOptions& common) {
   doc.SetSetting("threshold", options.threshold);
   if (!options.mask.empty()) doc.SetSetting("mask", options.mask);
 
+  const std::vector<std::string> stems = OutputStems(options.images);
   std::vector<CleanedImage> cleaned(options.images.size());
   {
     ProgressBar progress(static_cast<int>(options.images.size()), "clean", common.quiet);
     ForEachFile(options.images.size(), [&](std::size_t i) {
       cleaned[i] = CleanImage(options.images[i], options, mask);
       // Written by the worker too: the files are independent and the pictures are large.
-      const std::string stem = FileStem(options.images[i]);
+      const std::string& stem = stems[i];
       run.Folder().WriteImage(stem + "_clean.tif", cleaned[i].cleaned);
       run.Folder().WriteImage(stem + "_replaced.png", cleaned[i].replaced);
       run.Folder().WriteText(stem + "_replaced.csv", cleaned[i].replacedList);
@@ -106,7 +107,7 @@ int RunClean(const CleanOptions& options, const CommonOptions& common) {
   }
   for (std::size_t i = 0; i < options.images.size(); ++i) {
     const std::string& input = options.images[i];
-    const std::string stem = FileStem(input);
+    const std::string& stem = stems[i];
     doc.AddFigure(input, "whole image", "replaced pixels", cleaned[i].count, "pixel");
     doc.AddOutput(stem + "_clean.tif", "cleaned image of " + input + ", same depth");
     doc.AddOutput(stem + "_replaced.png", "map of the replaced pixels of " + input + " (255)");
@@ -124,7 +125,7 @@ int RunClean(const CleanOptions& options, const CommonOptions& common) {
   ReportTable table;
   table.header = {"image", "replaced pixels", "cleaned image", "replaced pixels list"};
   for (std::size_t i = 0; i < options.images.size(); ++i) {
-    const std::string stem = FileStem(options.images[i]);
+    const std::string& stem = stems[i];
     table.rows.push_back({options.images[i], std::to_string(cleaned[i].count), stem + "_clean.tif",
                           stem + "_replaced.csv"});
     section.pictures.push_back(FolderPicture(run, stem + "_replaced.png",

@@ -141,6 +141,19 @@ std::string DepthName(int depth) {
 
 std::string FileStem(const std::string& path) { return fs::path(path).stem().string(); }
 
+std::vector<std::string> OutputStems(const std::vector<std::string>& inputs) {
+  std::vector<std::string> stems;
+  for (const std::string& input : inputs) {
+    const std::string stem = FileStem(input);
+    std::string candidate = stem;
+    for (int n = 2; std::find(stems.begin(), stems.end(), candidate) != stems.end(); ++n) {
+      candidate = stem + "_" + std::to_string(n);
+    }
+    stems.push_back(candidate);
+  }
+  return stems;
+}
+
 std::string InputName(const std::string& argument) {
   fs::path path(argument);
   while (!path.empty() && !path.has_filename() && path.has_parent_path() &&

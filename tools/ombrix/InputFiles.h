@@ -36,6 +36,10 @@ std::string DepthName(int depth);
 // File name without folder and extension ("a/b/Frame_01.tif" -> "Frame_01").
 std::string FileStem(const std::string& path);
 
+// The output-file stems of several inputs: each file's stem, a repeated stem (same name in two
+// folders) followed by _2, _3, ... in input order, so no output overwrites another.
+std::vector<std::string> OutputStems(const std::vector<std::string>& inputs);
+
 // What an argument is called in a default output-folder name: a file's stem, a folder's name
 // ("a/DarkChamber/" -> "DarkChamber"), a pattern's folder ("a/TN/*.tif" -> "TN").
 std::string InputName(const std::string& argument);

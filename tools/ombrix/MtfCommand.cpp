@@ -194,9 +194,9 @@ std::string IntervalCell(const MtfInterval& interval, double scale) {
 
 // MTF against frequency for every edge of one image, with the Nyquist frequency, the levels 0.5
 // and 0.1, and the MTF50 and cut frequency (of the edge, or their mean over the image's edges).
-PlotSpec MtfCurves(const std::string& input, const ImageMeasurement& m) {
+PlotSpec MtfCurves(const std::string& stem, const ImageMeasurement& m) {
   PlotSpec spec;
-  spec.title = "MTF of " + FileStem(input);
+  spec.title = "MTF of " + stem;
   spec.xLabel = "frequency (cycles/pixel)";
   spec.yLabel = "MTF";
   double mtf50Sum = 0.0, cutSum = 0.0;
@@ -250,7 +250,7 @@ PlotSpec ProfilePlot(const KProfile<double>& profile, double oversampling, const
 }
 
 void WriteMtfReport(RunContext& run, const MtfOptions& options,
-                    const std::vector<std::string>& inputs,
+                    const std::vector<std::string>& inputs, const std::vector<std::string>& stems,
                     const std::vector<ImageMeasurement>& measured) {
   const bool mm = options.pixelPitch > 0.0;
   const double scale = mm ? 1000.0 / options.pixelPitch : 1.0;
@@ -263,7 +263,7 @@ void WriteMtfReport(RunContext& run, const MtfOptions& options,
   }
   std::vector<ReportPicture> pictures;
   const EdgeRow* chosen = nullptr;
-  std::string chosenInput;
+  std::string chosenStem;
   int index = 0;
   for (std::size_t i = 0; i < inputs.size(); ++i) {
     const ImageMeasurement& m = measured[i];
@@ -272,9 +272,9 @@ void WriteMtfReport(RunContext& run, const MtfOptions& options,
       ++index;
       if (index == options.plotEdge || chosen == nullptr) {
         chosen = &row;
-        chosenInput = inputs[i];
+        chosenStem = stems[i];
       }
-      std::vector<std::string> cells = {FileStem(inputs[i]),
+      std::vector<std::string> cells = {stems[i],
                                         row.target == 0 ? "-" : std::to_string(row.target),
                                         row.side,
                                         Fixed(row.angle, 2),
@@ -290,17 +290,17 @@ void WriteMtfReport(RunContext& run, const MtfOptions& options,
       }
       table.rows.push_back(cells);
     }
-    const std::string stem = FileStem(inputs[i]);
+    const std::string& stem = stems[i];
     if (!m.chart.empty()) {
       pictures.push_back(FolderPicture(
           run, stem + "_chart.png",
           "Annotated chart " + stem + ": targets, edge regions, cut frequency and efficiency"));
     }
-    pictures.push_back(AddCurvePlot(run, MtfCurves(inputs[i], m), stem + "_mtf",
+    pictures.push_back(AddCurvePlot(run, MtfCurves(stem, m), stem + "_mtf",
                                     "MTF curves of every edge of " + stem));
   }
   if (chosen != nullptr) {
-    const std::string name = FileStem(chosenInput) + " " + ShortName(*chosen);
+    const std::string name = chosenStem + " " + ShortName(*chosen);
     pictures.push_back(
         AddCurvePlot(run,
                      ProfilePlot(chosen->result.esf, chosen->oversampling,
@@ -361,6 +361,7 @@ int RunMtf(const MtfOptions& given, const CommonOptions& common) {
     });
   }
 
+  const std::vector<std::string> stems = OutputStems(options.images);
   int exitCode = kExitSuccess;
   for (std::size_t i = 0; i < options.images.size(); ++i) {
     const std::string& input = options.images[i];
@@ -373,12 +374,12 @@ int RunMtf(const MtfOptions& given, const CommonOptions& common) {
     for (const EdgeRow& row : m.rows) Record(run, input, row, options);
     PrintTable(run, input, m, options);
     if (!m.chart.empty()) {
-      const std::string name = FileStem(input) + "_chart.png";
+      const std::string name = stems[i] + "_chart.png";
       run.Folder().WriteImage(name, m.chart);
       doc.AddOutput(name, "annotated chart of " + input);
     }
   }
-  WriteMtfReport(run, options, options.images, measured);
+  WriteMtfReport(run, options, options.images, stems, measured);
   run.Finish();
   return exitCode;
 }

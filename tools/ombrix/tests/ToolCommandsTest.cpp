@@ -471,3 +471,60 @@ TEST(ToolPlugin, SpotsEqualTheDetectionScenarioAndTheDrawnSpots) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace tooltest;
+
+TEST(ToolClean, SeveralFilesInParallelEqualTheFilterAndSameNamesStayApart) {
+  const fs::path dir = Scratch("clean_several");
+  fs::create_directories(dir / "a");
+  fs::create_directories(dir / "b");
+  const cv::Mat source = cv::imread(DataFile("CosmicRay.tif"), cv::IMREAD_UNCHANGED);
+  const cv::Mat flipped = source.t();
+  ASSERT_TRUE(cv::imwrite((dir / "a" / "frame.tif").string(), source));
+  ASSERT_TRUE(cv::imwrite((dir / "b" / "frame.tif").string(), flipped));
+  ASSERT_TRUE(cv::imwrite((dir / "other.tif").string(), source(cv::Rect(0, 0, 100, 80)).clone()));
+  const Outcome run = RunTool({"clean", "a/frame.tif", "b/frame.tif", "other.tif", "--radius", "6",
+                               "--threshold", "90", "--out", "out"},
+                              dir);
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const CFilterCosmicRay filter(6, 90);
+  const std::pair<const char*, cv::Mat> expected[] = {
+      {"frame_clean.tif", source},
+      {"frame_2_clean.tif", flipped},
+      {"other_clean.tif", source(cv::Rect(0, 0, 100, 80)).clone()}};
+  for (const auto& [name, input] : expected) {
+    SCOPED_TRACE(name);
+    cv::Mat cleaned;
+    filter.Process(input, cleaned, cv::Mat());
+    const cv::Mat written = cv::imread((dir / "out" / name).string(), cv::IMREAD_UNCHANGED);
+    EXPECT_TRUE(written.size() == cleaned.size() &&
+                cv::norm(written, cleaned, cv::NORM_INF) == 0.0);
+  }
+  // The summary lists the files in the order given.
+  EXPECT_LT(run.out.find("a/frame.tif"), run.out.find("b/frame.tif"));
+  EXPECT_LT(run.out.find("b/frame.tif"), run.out.find("other.tif"));
+}
+
+TEST(ToolOutput, ProgressBarOnlyOnATerminalAndNotWithQuiet) {
+  const fs::path dir = Scratch("progress");
+  const std::string images =
+      Quote(DataFile("MTF_Edge1.tif")) + " " + Quote(DataFile("MTF_Edge2.tif"));
+  // script(1) runs the tool on a pseudo-terminal and copies what the terminal showed to stdout.
+  const std::string command = std::string(OMBRIX_TOOL_EXE) + " mtf --edge " + images;
+  const std::string shown = (dir / "shown.txt").string();
+  ASSERT_EQ(std::system(("cd " + Quote(dir.string()) + " && script -qec " +
+                         Quote(command + " --out loud") + " /dev/null > " + Quote(shown))
+                            .c_str()),
+            0);
+  EXPECT_NE(ReadText(shown).find("] 2/2"), std::string::npos) << ReadText(shown);
+  ASSERT_EQ(std::system(("cd " + Quote(dir.string()) + " && script -qec " +
+                         Quote(command + " --out quiet --quiet") + " /dev/null > " + Quote(shown))
+                            .c_str()),
+            0);
+  EXPECT_EQ(ReadText(shown).find("] 2/2"), std::string::npos) << ReadText(shown);
+  EXPECT_TRUE(fs::exists(dir / "quiet" / "results.json"));
+}
+
+}  // namespace
