@@ -17,7 +17,7 @@ case "$mode" in
 esac
 
 packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
-  libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium python3
+  dpkg-dev libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium python3
   nlohmann-json3-dev libssl-dev python3-jsonschema)
 missing=()
 for p in "${packages[@]}"; do
