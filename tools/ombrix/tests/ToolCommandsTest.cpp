@@ -3,6 +3,7 @@
 // with the data (the slanted edges' true MTF, the clean frame under the cosmic-ray hits, the
 // temporal-noise model, the scenario folders' expected results).
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cmath>
 #include <cstring>
@@ -525,6 +526,36 @@ TEST(ToolOutput, ProgressBarOnlyOnATerminalAndNotWithQuiet) {
             0);
   EXPECT_EQ(ReadText(shown).find("] 2/2"), std::string::npos) << ReadText(shown);
   EXPECT_TRUE(fs::exists(dir / "quiet" / "results.json"));
+}
+
+}  // namespace
+
+namespace {
+
+using namespace tooltest;
+
+// Largest resident set (kB) of any child process waited for so far.
+long ChildrenPeakKilobytes() {
+  rusage usage{};
+  getrusage(RUSAGE_CHILDREN, &usage);
+  return usage.ru_maxrss;
+}
+
+TEST(ToolNoise, MemoryDoesNotGrowWithTheNumberOfFrames) {
+  const fs::path dir = Scratch("noise_memory");
+  // 1024 x 1024 16-bit frames: 2 MiB each, 80 MiB for the 40.
+  const std::vector<cv::Mat> few = WriteOddFrames(dir / "few", 1024, 1024, 4, 5);
+  const std::vector<cv::Mat> many = WriteOddFrames(dir / "many", 1024, 1024, 40, 6);
+  ASSERT_EQ(RunTool({"noise", "few", "--out", "a", "--quiet"}, dir).exitCode, 0);
+  const long afterFew = ChildrenPeakKilobytes();
+  ASSERT_EQ(RunTool({"noise", "many", "--out", "b", "--quiet"}, dir).exitCode, 0);
+  const long afterMany = ChildrenPeakKilobytes();
+  // The stream holds a few frames whatever their number: 36 more frames add less than 8 of them.
+  EXPECT_LT(afterMany - afterFew, 16 * 1024) << afterFew << " kB, then " << afterMany << " kB";
+  // The in-memory stack holds them all, which this measurement sees.
+  ASSERT_EQ(RunTool({"noise", "many", "--exact-stack", "--out", "c", "--quiet"}, dir).exitCode, 0);
+  EXPECT_GT(ChildrenPeakKilobytes() - afterMany, 60 * 1024);
+  fs::remove_all(dir);
 }
 
 }  // namespace
