@@ -52,13 +52,51 @@ PLINT SeriesColour(std::size_t index) {
   return kFirstSeries + static_cast<PLINT>(index % kSeriesColours);
 }
 
-// '#' starts PLplot's text escapes; a literal one is written twice.
+// The length of the well-formed UTF-8 sequence at text[i], or 0 when there is none (stray
+// continuation byte, overlong form, surrogate, beyond U+10FFFF, cut short).
+std::size_t Utf8SequenceAt(const std::string& text, std::size_t i) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+  const unsigned char lead = byte(i);
+  if (lead < 0x80) return 1;
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // the second byte's range
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (i + length > text.size()) return 0;
+  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
+  for (std::size_t k = 2; k < length; ++k) {
+    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
+  }
+  return length;
+}
+
+// Text as PLplot draws it literally: malformed UTF-8 (which PLplot refuses to draw at all, with an
+// error on standard error) becomes U+FFFD, and '#', which starts PLplot's text escapes, is written
+// twice.
 std::string PlainText(const std::string& text) {
   std::string escaped;
   escaped.reserve(text.size());
-  for (char c : text) {
-    escaped += c;
-    if (c == '#') escaped += '#';
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = Utf8SequenceAt(text, i);
+    if (length == 0) {
+      escaped += "\xEF\xBF\xBD";
+      ++i;
+      continue;
+    }
+    escaped.append(text, i, length);
+    if (text[i] == '#') escaped += '#';
+    i += length;
   }
   return escaped;
 }
