@@ -1,5 +1,7 @@
 #include "PluginScenarios.h"
 
+#include <algorithm>
+#include <cmath>
 #include <opencv2/imgcodecs.hpp>
 
 namespace scenarios {
@@ -158,5 +160,19 @@ cv::Mat StackBody(const std::string& modulePath, StackScenario scenario) {
   if (!plugin) return cv::Mat();
   return RunStackSequence(*plugin, scenario);
 }
+
+bool FactorIsNotNegative(float factor) { return !(factor < 0.0f); }
+
+bool FactorMatches(float factor, float expected) {
+  return !(std::fabs(factor - expected) > kFactorTolerance);
+}
+
+bool RepeatabilityHolds(float first, float second, float third) {
+  const float largest = std::max({first, second, third});
+  const float smallest = std::min({first, second, third});
+  return !(largest - smallest > kRepeatabilitySpread);
+}
+
+bool PositiveControlHolds(int count) { return count >= kPositiveControlMinimum; }
 
 }  // namespace scenarios

@@ -120,6 +120,23 @@ float MeasureTechnicianChart(IOmbrixProcessing& plugin, const std::string& image
 // object: the calls are made on it as it is).
 std::vector<float> TechnicianBody(const std::string& modulePath, const std::string& dataFolder);
 
+// ---- Verdicts of the scenario methods -----------------------------------------------------------
+
+// The light-source methods make two separate checks, each failing on its own, in single
+// precision: the factor is not negative, and it lies within kFactorTolerance of the expected one.
+inline constexpr float kFactorTolerance = 0.0001f;
+bool FactorIsNotNegative(float factor);
+bool FactorMatches(float factor, float expected);
+
+// Repeatability: the largest minus the smallest of three factors is at most kRepeatabilitySpread
+// (single precision; a spread equal to it passes).
+inline constexpr float kRepeatabilitySpread = 0.005f;
+bool RepeatabilityHolds(float first, float second, float third);
+
+// The positive control of the detection finds at least this many objects.
+inline constexpr int kPositiveControlMinimum = 19;
+bool PositiveControlHolds(int count);
+
 // ---- Stack -------------------------------------------------------------------------------------
 
 enum class StackScenario {

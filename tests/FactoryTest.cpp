@@ -3,6 +3,8 @@
 // test plug-ins record their load, unload, object creation and destruction in a shared log.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -376,3 +378,62 @@ TEST_F(FactoryProcessing, CreateInstanceWithoutExportCrashes) {
   ASSERT_TRUE(LoadCopy(factory, OMBRIX_TEST_NO_ENTRY_PLUGIN, "NoEntry"));
   EXPECT_DEATH(factory.CreateInstance(nullptr), "");
 }
+
+#if !defined(_MSC_VER)
+namespace {
+
+// Index of a virtual operation in the Itanium C++ ABI's table, read from its pointer to member
+// (an offset in bytes, marked virtual by the low bit of the pointer, or on ARM of the adjustment).
+template <class Member>
+std::ptrdiff_t TableIndex(Member member) {
+  struct Representation {
+    std::ptrdiff_t ptr;
+    std::ptrdiff_t adj;
+  };
+  static_assert(sizeof(Member) == sizeof(Representation), "Itanium pointer to member function");
+  Representation rep{};
+  std::memcpy(&rep, &member, sizeof rep);
+  const auto entry = static_cast<std::ptrdiff_t>(sizeof(void*));
+#if defined(__arm__) || defined(__aarch64__)
+  return (rep.adj & 1) != 0 ? rep.ptr / entry : -1;
+#else
+  return (rep.ptr & 1) != 0 ? (rep.ptr - 1) / entry : -1;
+#endif
+}
+
+// The slot as the host numbers it: the destructor is one entry there, two on this ABI.
+template <class Member>
+std::ptrdiff_t Slot(Member member) {
+  return TableIndex(member) - 1;
+}
+
+TEST(ProcessingInterface, EveryOperationSitsInItsSlot) {
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved01), 1);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved06), 6);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::LoadDarkFrames), 7);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::SetDarkFrames), 8);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved09), 9);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved10), 10);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::ComputeLightSourceFactor), 11);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::CountDarkChamberDefects), 12);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::ComputeMtf), 13);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::GetDefectMap), 14);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::SetAlgorithmMode), 15);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved16), 16);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved17), 17);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::BeginImage), 18);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::PushImage), 19);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::GetProcessedImage), 20);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved21), 21);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved26), 26);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::SetAlgoParameters), 27);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved28), 28);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::DetectObjects), 29);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved30), 30);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::Reserved31), 31);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::StackMinimum), 32);
+  EXPECT_EQ(Slot(&IOmbrixProcessing::StackAverage), 33);
+}
+
+}  // namespace
+#endif

@@ -156,6 +156,23 @@ INSTANTIATE_TEST_SUITE_P(FilterCosmicRay, SquareRadius,
                          ::testing::Combine(::testing::Values(1, 2), ::testing::Bool()),
                          RadiusAndPathName);
 
+// Radius 1 takes the 3 x 3 square with the border replicated: at the corner (0, 0) the square
+// holds the corner four times, its two edge neighbours twice and the diagonal once. With the
+// corner and its diagonal at 300 on 100 the square's median is 300 (five of nine), while the
+// radius-1 disc cut by the border (corner and two edge neighbours) has the median 100.
+TEST(FilterCosmicRay, RadiusOneMedianAtACornerIsTheSquaresNotTheDiscs) {
+  cv::Mat src(6, 6, CV_16UC1, cv::Scalar(100));
+  src.at<std::uint16_t>(0, 0) = 300;
+  src.at<std::uint16_t>(1, 1) = 300;
+  cv::Mat discMedian;
+  CFilterCosmicRay::MedianBlur(src, discMedian, 1);
+  ASSERT_EQ(At(discMedian, 0, 0), 100);
+  for (bool reference : {false, true}) {
+    const cv::Mat dst = Filter(CFilterCosmicRay(1, 50), src, cv::Mat(), reference);
+    EXPECT_EQ(At(dst, 0, 0), 300) << (reference ? "reference" : "pruned");
+  }
+}
+
 TEST(FilterCosmicRay, DestinationIsAFreshCopy) {
   cv::Mat src(30, 30, CV_16UC1, cv::Scalar(700));
   src.at<std::uint16_t>(15, 15) = 5000;

@@ -439,4 +439,71 @@ TEST(MtfMeasurement, SingleEdgeReportsTheTiltItWasDrawnWith) {
   }
 }
 
+// ---- Edge-region preparation: the derivative and the smallest region ---------------------------
+
+TEST(MtfMeasurement, FiveColumnsAreRefusedEvenWithAnEdgeSixAreMeasured) {
+  CMtfMeasurement m;
+  cv::Mat prepared;
+  float slope = 0.0f;
+  for (const int side : {5, 6}) {
+    datagen::SlantedEdge edge = Edge(5.0, true, false);
+    edge.rows = 40;
+    edge.cols = side;
+    const cv::Mat region = datagen::RenderSlantedEdge(edge);
+    EXPECT_EQ(m.LocateEdge(region, prepared, slope), side == 6) << side << " columns";
+    cv::Mat transposed;
+    cv::transpose(region, transposed);
+    EXPECT_EQ(m.LocateEdge(transposed, prepared, slope), side == 6) << side << " rows";
+  }
+}
+
+// Least-squares slope of the points (r, c[r]).
+double LineSlope(const std::vector<double>& c) {
+  const double n = static_cast<double>(c.size());
+  double sx = 0.0, sy = 0.0, sxx = 0.0, sxy = 0.0;
+  for (std::size_t r = 0; r < c.size(); ++r) {
+    sx += r;
+    sy += c[r];
+    sxx += static_cast<double>(r) * r;
+    sxy += r * c[r];
+  }
+  return (n * sxy - sx * sy) / (n * sxx - sx * sx);
+}
+
+TEST(MtfMeasurement, FirstDerivativeColumnIsACopyOfTheSecond) {
+  // Rows (0, a, 1, 1, 1, 1): the derivative 0.5 (v[x] - v[x - 1]) is 0.5 a at column 1 and
+  // 0.5 (1 - a) at column 2. Column 0 takes column 1's value, so the row sums to 0.5 + 0.5 a and
+  // its centroid is (2 - a) / (1 + a). The reflected border would have put -0.5 a there instead.
+  const int rows = 8;
+  cv::Mat region(rows, 6, CV_64F, cv::Scalar(1.0));
+  std::vector<double> centroids;
+  for (int r = 0; r < rows; ++r) {
+    const double a = 0.1 * r;
+    region.at<double>(r, 0) = 0.0;
+    region.at<double>(r, 1) = a;
+    centroids.push_back((2.0 - a) / (1.0 + a));
+  }
+  CMtfMeasurement m;
+  float slope = 0.0f;
+  ASSERT_TRUE(m.FitEdge(region, cv::Range(0, 0), slope));
+  EXPECT_NEAR(slope, LineSlope(centroids), 1e-6);
+}
+
+TEST(MtfMeasurement, FallingEdgeIsFittedThroughTheNegatedKernel) {
+  // FitEdge takes a region as it is: a bright-to-dark edge (the first five columns brighter)
+  // makes the kernel change sign, so the derivative is positive and the fit works; the slope is
+  // that of the mirrored rising edge with its sign turned.
+  CMtfMeasurement m;
+  cv::Mat rising;
+  float risingSlope = 0.0f;
+  ASSERT_TRUE(
+      m.LocateEdge(datagen::RenderSlantedEdge(Edge(4.0, true, false)), rising, risingSlope));
+  ASSERT_GT(risingSlope, 0.05f);
+  cv::Mat falling;
+  cv::flip(rising, falling, 1);
+  float fallingSlope = 0.0f;
+  ASSERT_TRUE(m.FitEdge(falling, cv::Range(0, 0), fallingSlope));
+  EXPECT_NEAR(fallingSlope, -risingSlope, 1e-3);
+}
+
 }  // namespace

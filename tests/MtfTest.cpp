@@ -84,6 +84,13 @@ TEST(Mtf, CentringRotatesTheCentroidOntoHalfNRoundingHalfAwayFromZero) {
   ExpectStepLsf(64, 11, 0.0, 1.0, 32, 0.5);
 }
 
+TEST(Mtf, CentringOfAnOddProfileTargetsNTimesHalfRoundedUp) {
+  // N = 65: the target index is round(32.5) = 33, not 65 / 2 = 32. Centroid 9.5, shift =
+  // round(9.5 - 33) = -24, so the element at index 41 becomes the first and the pair moves to 33
+  // and 34 (with 32 it would land on 32 and 33).
+  ExpectStepLsf(65, 11, 0.0, 1.0, 33, 0.5);
+}
+
 TEST(Mtf, SpectrumMatchesAStraightforwardTransform) {
   datagen::Random random(21);
   for (int trial = 0; trial < 20; ++trial) {

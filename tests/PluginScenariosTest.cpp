@@ -4,6 +4,7 @@
 // stack scenarios, and an empty plug-in object.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <iterator>
@@ -133,11 +134,27 @@ TEST(PluginScenarios, DetectionGivesUpWhenTheDarkFramesAreRefused) {
 }
 
 TEST(PluginScenarios, TechnicianChartsCarryADoubledSeparatorThatIsAccepted) {
-  // The data folder ends in a separator and each chart name starts with one.
-  for (const char* chart : scenarios::kTechnicianCharts) {
-    EXPECT_EQ(std::string(chart).substr(0, 1), OMBRIX_SEP);
-    EXPECT_FALSE(cv::imread(kData + chart, cv::IMREAD_UNCHANGED).empty()) << chart;
+  // The data folder ends in a separator and each chart name starts with one; the doubled
+  // separator reaches the same file as the single one.
+  ASSERT_EQ(kData.substr(kData.size() - 1), OMBRIX_SEP);
+  const std::string charts[] = {"FTM.tif", "TestEntreeFTM.tif"};
+  ASSERT_EQ(std::size(scenarios::kTechnicianCharts), std::size(charts));
+  for (std::size_t i = 0; i < std::size(charts); ++i) {
+    const std::string name(scenarios::kTechnicianCharts[i]);
+    ASSERT_EQ(name, OMBRIX_SEP + charts[i]);
+    const std::string doubled = kData + name;
+    EXPECT_NE(doubled.find(OMBRIX_SEP OMBRIX_SEP), std::string::npos) << doubled;
+    const cv::Mat throughDoubled = cv::imread(doubled, cv::IMREAD_UNCHANGED);
+    const cv::Mat direct = cv::imread(kData + charts[i], cv::IMREAD_UNCHANGED);
+    ASSERT_FALSE(direct.empty()) << name;
+    ASSERT_EQ(throughDoubled.size(), direct.size()) << name;
+    ASSERT_EQ(throughDoubled.type(), direct.type()) << name;
+    EXPECT_EQ(cv::norm(throughDoubled, direct, cv::NORM_INF), 0.0) << name;
   }
+  // The two charts are different files, so each name is read, not a stand-in.
+  const cv::Mat first = cv::imread(kData + scenarios::kTechnicianCharts[0], cv::IMREAD_UNCHANGED);
+  const cv::Mat second = cv::imread(kData + scenarios::kTechnicianCharts[1], cv::IMREAD_UNCHANGED);
+  EXPECT_TRUE(first.size() != second.size() || cv::norm(first, second, cv::NORM_INF) > 0.0);
 }
 
 TEST(PluginScenarios, TechnicianBodyMeasuresEveryChartOnOneObject) {
@@ -162,6 +179,135 @@ TEST(PluginScenarios, StackScenariosThroughTheLoadedModule) {
   ASSERT_EQ(images.size(), 10u);
   EXPECT_EQ(images[9].at<uchar>(2, 2), 90);
   EXPECT_EQ(images[9].size(), cv::Size(3, 3));
+}
+
+// A plug-in that refuses the dark frames and counts what it is handed afterwards.
+class CRefusingDarks : public COmbrixProcessing {
+ public:
+  bool LoadDarkFrames(const std::string&, const std::string&, const std::string&) override {
+    ++loads;
+    return false;
+  }
+  void BeginImage() override {
+    ++frameCalls;
+    COmbrixProcessing::BeginImage();
+  }
+  void PushImage(const ExposedImage& frame) override {
+    ++frameCalls;
+    COmbrixProcessing::PushImage(frame);
+  }
+  cv::Mat GetProcessedImage() override {
+    ++frameCalls;
+    return COmbrixProcessing::GetProcessedImage();
+  }
+  int loads = 0;
+  int frameCalls = 0;
+};
+
+TEST(PluginScenarios, RefusedDarkFramesMeanNoFrameIsBegunPushedOrFetched) {
+  for (const char* folder : {"DarkChamber", "QT7M21013H"}) {
+    CRefusingDarks chamber;
+    EXPECT_EQ(scenarios::RunDarkChamberSequence(chamber, kData + folder), -1.0f);
+    EXPECT_EQ(chamber.loads, 1);
+    EXPECT_EQ(chamber.frameCalls, 0) << folder;
+    CRefusingDarks source;
+    EXPECT_EQ(scenarios::RunLightSourceSequence(source, kData + folder), -1.0f);
+    EXPECT_EQ(source.frameCalls, 0) << folder;
+  }
+  CRefusingDarks detection;
+  const scenarios::DetectionOutput output = scenarios::RunDetectionSequence(
+      detection, kData + scenarios::kValidationFolder, "PTC.tif", ValidationAlgoParameters(false));
+  EXPECT_EQ(output.Count(), -1);
+  EXPECT_EQ(detection.loads, 1);
+  EXPECT_EQ(detection.frameCalls, 0);
+}
+
+// Records what every frame of a sequence looks like on the way in and on the way out.
+class CFrameRecorder : public COmbrixProcessing {
+ public:
+  struct Shape {
+    cv::Size size;
+    int type;
+  };
+  void PushImage(const ExposedImage& frame) override {
+    pushed.push_back({frame.image.size(), frame.image.type()});
+    exposures.push_back(frame.exposure);
+    COmbrixProcessing::PushImage(frame);
+  }
+  cv::Mat GetProcessedImage() override {
+    cv::Mat result = COmbrixProcessing::GetProcessedImage();
+    processed.push_back({result.size(), result.type()});
+    return result;
+  }
+  std::vector<Shape> pushed;
+  std::vector<Shape> processed;
+  std::vector<float> exposures;
+};
+
+TEST(PluginScenarios, EveryFrameOfASequenceHasTheSizeAndTypeOfTheFirst) {
+  for (const char* folder : {"DarkChamber", "DarkChamberFail", "QT7M21013H"}) {
+    std::vector<cv::String> files;
+    cv::glob(kData + folder + scenarios::kRawFramePattern, files, false);
+    ASSERT_GE(files.size(), 2u) << folder;
+    const cv::Mat firstFile = cv::imread(files.front(), cv::IMREAD_UNCHANGED);
+    for (bool lightSource : {false, true}) {
+      CFrameRecorder plugin;
+      const float value = lightSource ? scenarios::RunLightSourceSequence(plugin, kData + folder)
+                                      : scenarios::RunDarkChamberSequence(plugin, kData + folder);
+      EXPECT_NE(value, -1.0f) << folder;
+      ASSERT_EQ(plugin.pushed.size(), files.size()) << folder;
+      ASSERT_EQ(plugin.processed.size(), files.size()) << folder;
+      for (std::size_t i = 0; i < files.size(); ++i) {
+        // Frames go in as read, unchanged, at the scenario's exposure.
+        EXPECT_EQ(plugin.pushed[i].size, firstFile.size()) << folder << " frame " << i;
+        EXPECT_EQ(plugin.pushed[i].type, firstFile.type()) << folder << " frame " << i;
+        EXPECT_EQ(plugin.exposures[i], 150.0f) << folder << " frame " << i;
+        EXPECT_EQ(plugin.processed[i].size, plugin.processed[0].size) << folder << " frame " << i;
+        EXPECT_EQ(plugin.processed[i].type, plugin.processed[0].type) << folder << " frame " << i;
+      }
+    }
+  }
+}
+
+TEST(PluginScenarios, FactorEqualToItsConstantPassesAThousandthOffOrNegativeFails) {
+  for (float expected : {0.9908f, 0.98178f, 0.9701563f, 0.968779f}) {
+    EXPECT_TRUE(scenarios::FactorIsNotNegative(expected));
+    EXPECT_TRUE(scenarios::FactorMatches(expected, expected));
+    EXPECT_FALSE(scenarios::FactorMatches(expected + 0.001f, expected));
+    EXPECT_FALSE(scenarios::FactorMatches(expected - 0.001f, expected));
+    EXPECT_FALSE(scenarios::FactorMatches(-1.0f, expected));
+  }
+  EXPECT_FALSE(scenarios::FactorIsNotNegative(-1.0f));
+  EXPECT_FALSE(scenarios::FactorIsNotNegative(-1e-6f));
+  EXPECT_TRUE(scenarios::FactorIsNotNegative(0.0f));
+  // The tolerance is inclusive: a difference of exactly 0.0001 passes, the next float fails.
+  EXPECT_TRUE(scenarios::FactorMatches(0.0001f, 0.0f));
+  EXPECT_TRUE(scenarios::FactorMatches(-0.0001f, 0.0f));
+  EXPECT_FALSE(scenarios::FactorMatches(std::nextafter(0.0001f, 1.0f), 0.0f));
+}
+
+TEST(PluginScenarios, RepeatabilityAllowsASpreadOfExactlyFiveThousandths) {
+  EXPECT_TRUE(scenarios::RepeatabilityHolds(0.97f, 0.97f, 0.97f));
+  const float spread = 0.005f;
+  const float over = std::nextafter(spread, 1.0f);
+  // The largest and the smallest may sit in any of the three places.
+  EXPECT_TRUE(scenarios::RepeatabilityHolds(0.0f, spread, 0.002f));
+  EXPECT_TRUE(scenarios::RepeatabilityHolds(spread, 0.002f, 0.0f));
+  EXPECT_TRUE(scenarios::RepeatabilityHolds(0.002f, 0.0f, spread));
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(0.0f, over, 0.002f));
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(over, 0.002f, 0.0f));
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(0.002f, 0.0f, over));
+  // One failed measurement makes it fail, wherever it is.
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(-1.0f, 0.97f, 0.97f));
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(0.97f, -1.0f, 0.97f));
+  EXPECT_FALSE(scenarios::RepeatabilityHolds(0.97f, 0.97f, -1.0f));
+}
+
+TEST(PluginScenarios, PositiveControlPassesAtNineteenObjectsAndFailsAtEighteen) {
+  EXPECT_TRUE(scenarios::PositiveControlHolds(19));
+  EXPECT_TRUE(scenarios::PositiveControlHolds(117));
+  EXPECT_FALSE(scenarios::PositiveControlHolds(18));
+  EXPECT_FALSE(scenarios::PositiveControlHolds(-1));
 }
 
 TEST(PluginScenarios, AnEmptyPluginObjectGivesTheFailureValues) {

@@ -352,4 +352,145 @@ TEST(TargetDetection, AutomaticWorkingSizeRefusesImagesBelowFourPixels) {
   EXPECT_EQ(settings.scale, 4.0);
 }
 
+// ---- The constants of the simplification and of the criteria ----------------------------------
+
+// Rhombus of the given side and corner angle (the other corner is 180 minus it), one side turned
+// by 3 degrees from the x axis; every corner has the same |cos|.
+std::vector<cv::Point2d> Rhombus(cv::Point2d centre, double side, double angleDegrees) {
+  const double a = angleDegrees * CV_PI / 180.0;
+  const double r = 3.0 * CV_PI / 180.0;
+  const cv::Point2d u(side * std::cos(r), side * std::sin(r));
+  const cv::Point2d v(side * std::cos(r + a), side * std::sin(r + a));
+  const cv::Point2d o = centre - 0.5 * (u + v);
+  return {o, o + u, o + u + v, o + v};
+}
+
+std::size_t CountTargets(const cv::Mat& chart, TargetDetectionSettings settings = AllTilts()) {
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, chart);
+  return targets.size();
+}
+
+cv::Mat Drawn(int side, const std::vector<cv::Point2d>& polygon) {
+  cv::Mat chart = WhiteChart(side, side);
+  Fill(chart, polygon, 30.0);
+  return chart;
+}
+
+TEST(TargetDetection, CornerCosineBoundOfOneTenthSplitsRhombiOf83AndAHalfAnd85Degrees) {
+  // |cos 83.5| = 0.113 lies above the bound, |cos 85| = 0.087 below.
+  EXPECT_EQ(CountTargets(Drawn(700, Rhombus({350, 350}, 300, 83.5))), 0u);
+  EXPECT_EQ(CountTargets(Drawn(700, Rhombus({350, 350}, 300, 81.0))), 0u);
+  EXPECT_EQ(CountTargets(Drawn(700, Rhombus({350, 350}, 300, 85.0))), 1u);
+}
+
+TEST(TargetDetection, ConvexHullPassClosesANotchedSquare) {
+  // A 60 x 35 notch in one side, deeper than both epsilons: only the hull removes it.
+  const std::vector<cv::Point2d> notched = {{150, 150}, {270, 150}, {270, 185}, {330, 185},
+                                            {330, 150}, {450, 150}, {450, 450}, {150, 450}};
+  EXPECT_EQ(CountTargets(Drawn(600, notched)), 1u);
+}
+
+TEST(TargetDetection, BumpAboveBothApproximationEpsilonsKeepsItsVertex) {
+  // A 30 px bump on a 300 px side: above 0.01 and 0.02 of the perimeter (about 12 and 24 px), so
+  // the polygon keeps five vertices and its corners next to the bump are too sharp.
+  const std::vector<cv::Point2d> bumped = {
+      {150, 150}, {300, 120}, {450, 150}, {450, 450}, {150, 450}};
+  EXPECT_EQ(CountTargets(Drawn(600, bumped)), 0u);
+}
+
+TEST(TargetDetection, SecondApproximationRemovesCornerBevelsOfFifteenPixels) {
+  // Bevels of 15 px on all four corners deviate by about 11 px: within 0.02 of the perimeter
+  // (about 24 px), not within 0.01, so only the second approximation makes the octagon a square.
+  const double c = 15.0;
+  const std::vector<cv::Point2d> bevelled = {{150 + c, 150}, {450 - c, 150}, {450, 150 + c},
+                                             {450, 450 - c}, {450 - c, 450}, {150 + c, 450},
+                                             {150, 450 - c}, {150, 150 + c}};
+  EXPECT_EQ(CountTargets(Drawn(600, bevelled)), 1u);
+}
+
+TEST(TargetDetection, PentagonWithItsBevelOnTheUnmeasuredCornersIsATarget) {
+  // A bevel of 80 px at the top-left corner: its two vertices come first and last in the
+  // polygon, whose corners are not measured, so the five-vertex polygon passes.
+  const std::vector<cv::Point2d> pentagon = {
+      {150, 230}, {230, 150}, {450, 150}, {450, 450}, {150, 450}};
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, Drawn(600, pentagon));
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_EQ(targets[0].points.size(), 5u);
+}
+
+TEST(TargetDetection, DefaultAspectBoundRejectsSixTenthsAndKeepsThreeQuarters) {
+  cv::Mat wide = WhiteChart(600, 600);
+  Fill(wide, {{100, 200}, {400, 200}, {400, 380}, {100, 380}}, 30.0);
+  cv::Mat squarer = WhiteChart(600, 600);
+  Fill(squarer, {{100, 200}, {400, 200}, {400, 425}, {100, 425}}, 30.0);
+  TargetDetectionSettings defaults;
+  EXPECT_FLOAT_EQ(defaults.minimumAspect, 0.7f);
+  EXPECT_EQ(CountTargets(wide), 0u);
+  EXPECT_EQ(CountTargets(squarer), 1u);
+}
+
+TEST(TargetDetection, TriangleIsNoTargetEvenWithItsMeasuredCornerSquare) {
+  // The right angle of each triangle is among the measured corners; with the aspect bound
+  // lifted only the vertex count rejects them.
+  TargetDetectionSettings settings = AllTilts();
+  settings.minimumAspect = 0.0f;
+  const std::vector<std::vector<cv::Point2d>> triangles = {{{100, 100}, {500, 100}, {100, 450}},
+                                                           {{100, 100}, {500, 100}, {500, 450}},
+                                                           {{100, 450}, {500, 450}, {100, 100}},
+                                                           {{500, 450}, {100, 450}, {500, 100}}};
+  for (const auto& triangle : triangles) {
+    EXPECT_EQ(CountTargets(Drawn(600, triangle), settings), 0u);
+  }
+}
+
+TEST(TargetDetection, CannyHighThresholdOfFiftyNeedsAStrongerGradient) {
+  // An axis-aligned square of contrast h on 100: the L1 Sobel gradient is 4 h along the sides
+  // and up to 6 h at the corners. h = 9 puts the corners at 54, above 50 (and the sides at 36,
+  // above the low threshold 30); h = 8 gives 48 and no edge at all.
+  for (const int h : {8, 9}) {
+    cv::Mat chart(600, 600, CV_8UC1, cv::Scalar(100));
+    chart(cv::Rect(150, 150, 300, 300)).setTo(100 + h);
+    cv::Mat gx;
+    cv::Mat gy;
+    cv::Sobel(chart, gx, CV_16S, 1, 0, 3);
+    cv::Sobel(chart, gy, CV_16S, 0, 1, 3);
+    double strongest = 0.0;
+    cv::minMaxLoc(cv::abs(gx) + cv::abs(gy), nullptr, &strongest);
+    ASSERT_EQ(strongest, 6.0 * h);
+    EXPECT_EQ(CountTargets(chart), h == 9 ? 1u : 0u) << "contrast " << h;
+  }
+}
+
+TEST(TargetDetection, WorkingImageIsSampledLinearlySoLinesBetweenSamplesVanish) {
+  // 1024 x 1024 reduced to 256 x 256: linear interpolation reads source columns 4 x + 1 and
+  // 4 x + 2, so a one-pixel outline on columns and rows that are multiples of 4 disappears, while
+  // one shifted by a pixel stays (an area average would keep both).
+  for (const int offset : {0, 1}) {
+    cv::Mat chart(1024, 1024, CV_8UC1, cv::Scalar(0));
+    cv::rectangle(chart, cv::Rect(300 + offset, 300 + offset, 401, 401), cv::Scalar(255), 1,
+                  cv::LINE_8);
+    TargetDetectionSettings settings = AllTilts();
+    settings.workingSize = 256;
+    EXPECT_EQ(CountTargets(chart, settings), offset == 0 ? 0u : 1u) << "offset " << offset;
+  }
+}
+
+TEST(TargetDetection, EveryCriterionCopiesItsSurvivorsToAccepted) {
+  // One drawn target gives two large contours, the two borders of its edge line. A square
+  // passes all six criteria: six copies of each border. A rhombus of 81 degrees passes area and
+  // vertex count and fails the corner bound: two copies of each.
+  TargetDetectionSettings square = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(square, targets, Drawn(700, datagen::SquareCorners({350, 350}, 300, 4.0)));
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_EQ(square.contours.accepted.size(), 12u);
+  TargetDetectionSettings rhombus = AllTilts();
+  DetectTargets(rhombus, targets, Drawn(700, Rhombus({350, 350}, 300, 81.0)));
+  EXPECT_TRUE(targets.empty());
+  EXPECT_EQ(rhombus.contours.accepted.size(), 4u);
+}
+
 }  // namespace

@@ -212,6 +212,28 @@ TEST(VariableController, InsertDropsExactlyOneSampleEvenWhenOverCapacity) {
   EXPECT_EQ(controller.History.back().Value, 9.0f);
 }
 
+// Lowering Capacity below the history's length: samples 2 .. Capacity move one place toward the
+// front, the array loses its last entry, and the new reading is appended.
+TEST(VariableController, LoweredCapacityMovesOnlyTheFirstCapacitySamplesAndDropsTheLast) {
+  Controller controller(10);
+  bool error = false;
+  for (int i = 0; i < 10; ++i) controller.Insert(static_cast<float>(i), error);
+  controller.Capacity = 3;
+  controller.Insert(42.0f, error);
+  const std::vector<float> expected{1, 2, 2, 3, 4, 5, 6, 7, 8, 42};
+  ASSERT_EQ(controller.History.size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(controller.History[i].Value, expected[i]) << "sample " << i;
+  }
+  // The next reading again moves the first Capacity samples and drops the last.
+  controller.Insert(43.0f, error);
+  const std::vector<float> next{2, 2, 2, 3, 4, 5, 6, 7, 8, 43};
+  ASSERT_EQ(controller.History.size(), next.size());
+  for (std::size_t i = 0; i < next.size(); ++i) {
+    EXPECT_EQ(controller.History[i].Value, next[i]) << "sample " << i;
+  }
+}
+
 TEST(VariableController, HistorySlidesOldestFirst) {
   Controller controller(3);
   bool error = false;

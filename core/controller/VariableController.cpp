@@ -1,5 +1,8 @@
 #include "controller/VariableController.h"
 
+#include <algorithm>
+#include <cstddef>
+
 namespace {
 
 constexpr double kNsPerMs = 1e6;
@@ -27,8 +30,15 @@ bool CVariableController<T>::Insert(const T& value, bool& error) {
   const std::int64_t now = SteadyNow();
   LastInsertTime = now;
 
-  // Exactly one sample leaves per reading, so the history slides rather than being trimmed.
-  if (History.size() >= Capacity) History.erase(History.begin());
+  // Exactly one sample leaves per reading, so the history slides rather than being trimmed: the
+  // samples 2 .. Capacity move one place toward the front and the array loses its last entry.
+  // When the owner has lowered Capacity below the history's length, the samples beyond Capacity
+  // stay where they are and the last of them is the one that goes.
+  if (!History.empty() && History.size() >= Capacity) {
+    const std::size_t moved = std::min<std::size_t>(Capacity, History.size());
+    if (moved > 1) std::move(History.begin() + 1, History.begin() + moved, History.begin());
+    History.pop_back();
+  }
   History.push_back(Sample{now, value});
 
   // A single reading says nothing about regulation yet, whatever its value.
