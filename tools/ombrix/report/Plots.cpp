@@ -52,13 +52,51 @@ PLINT SeriesColour(std::size_t index) {
   return kFirstSeries + static_cast<PLINT>(index % kSeriesColours);
 }
 
-// '#' starts PLplot's text escapes; a literal one is written twice.
+// The length of the well-formed UTF-8 sequence at text[i], or 0 when there is none (stray
+// continuation byte, overlong form, surrogate, beyond U+10FFFF, cut short).
+std::size_t Utf8SequenceAt(const std::string& text, std::size_t i) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+  const unsigned char lead = byte(i);
+  if (lead < 0x80) return 1;
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // the second byte's range
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return 0;
+  }
+  if (i + length > text.size()) return 0;
+  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
+  for (std::size_t k = 2; k < length; ++k) {
+    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
+  }
+  return length;
+}
+
+// Text as PLplot draws it literally: malformed UTF-8 (which PLplot refuses to draw at all, with an
+// error on standard error) becomes U+FFFD, and '#', which starts PLplot's text escapes, is written
+// twice.
 std::string PlainText(const std::string& text) {
   std::string escaped;
   escaped.reserve(text.size());
-  for (char c : text) {
-    escaped += c;
-    if (c == '#') escaped += '#';
+  for (std::size_t i = 0; i < text.size();) {
+    const std::size_t length = Utf8SequenceAt(text, i);
+    if (length == 0) {
+      escaped += "\xEF\xBF\xBD";
+      ++i;
+      continue;
+    }
+    escaped.append(text, i, length);
+    if (text[i] == '#') escaped += '#';
+    i += length;
   }
   return escaped;
 }
@@ -301,8 +339,9 @@ void WritePlots(const std::string& pngPath, const std::string& svgPath, const Dr
   if (svg) svg->Commit();
 }
 
-// The finite values of a single-channel image, as float, sorted (ascending).
-std::vector<float> SortedFiniteValues(const cv::Mat& image) {
+// The finite values of a single-channel image, as float; sorted (ascending) when asked, which
+// a default range needs for its percentile.
+std::vector<float> FiniteValues(const cv::Mat& image, bool sorted) {
   cv::Mat values;
   image.convertTo(values, CV_32F);
   std::vector<float> finite;
@@ -313,7 +352,7 @@ std::vector<float> SortedFiniteValues(const cv::Mat& image) {
       if (std::isfinite(row[c])) finite.push_back(row[c]);
     }
   }
-  std::sort(finite.begin(), finite.end());
+  if (sorted) std::sort(finite.begin(), finite.end());
   return finite;
 }
 
@@ -333,7 +372,8 @@ void CheckSingleChannel(const cv::Mat& image, const std::string& path) {
   }
 }
 
-// lo/hi as given, or 0 and the 99.9th percentile; a valid (hi > lo) range in any case.
+// lo/hi as given, or 0 and the 99.9th percentile; a valid (hi > lo) range in any case. sorted
+// needs to be sorted only where lo or hi is NaN.
 void ValueRange(const std::vector<float>& sorted, double& lo, double& hi) {
   if (std::isnan(lo)) lo = std::min(0.0, sorted.empty() ? 0.0 : static_cast<double>(sorted[0]));
   if (std::isnan(hi)) hi = sorted.empty() ? lo + 1.0 : Percentile(sorted, 0.999);
@@ -393,14 +433,14 @@ void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
   if (!std::isnan(lo) && !std::isnan(hi) && !(hi > lo)) {
     throw std::runtime_error(pngPath + ": the upper histogram limit must exceed the lower");
   }
-  const std::vector<float> sorted = SortedFiniteValues(values32f);
-  if (sorted.empty()) throw std::runtime_error(pngPath + ": the image has no finite value");
-  ValueRange(sorted, lo, hi);
+  const std::vector<float> finite = FiniteValues(values32f, std::isnan(lo) || std::isnan(hi));
+  if (finite.empty()) throw std::runtime_error(pngPath + ": the image has no finite value");
+  ValueRange(finite, lo, hi);
 
   std::vector<double> counts(static_cast<std::size_t>(bins), 0.0);
   std::size_t below = 0, above = 0;
   const double scale = bins / (hi - lo);
-  for (float v : sorted) {
+  for (float v : finite) {
     if (v < lo) {
       ++below;
     } else if (v > hi) {
@@ -412,7 +452,7 @@ void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
     }
   }
   const double highest = *std::max_element(counts.begin(), counts.end());
-  std::string summary = Count(sorted.size()) + " values";
+  std::string summary = Count(finite.size()) + " values";
   if (below > 0) summary += ", " + Count(below) + " below";
   if (above > 0) summary += ", " + Count(above) + " above";
   if (below > 0 || above > 0) summary += " the range";
@@ -450,8 +490,8 @@ void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::str
   cv::Mat values;
   map32f.convertTo(values, CV_32F);
   {
-    const std::vector<float> sorted = SortedFiniteValues(values);
-    ValueRange(sorted, lo, hi);
+    const bool defaultRange = std::isnan(lo) || std::isnan(hi);
+    ValueRange(defaultRange ? FiniteValues(values, true) : std::vector<float>(), lo, hi);
   }
 
   // A map larger than the plot is shown as the mean of the finite values of square blocks (more

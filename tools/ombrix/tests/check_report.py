@@ -179,8 +179,11 @@ def main():
         copy = os.path.join(folder, "report.html")
         with open(copy, "w", encoding="utf-8") as f:
             f.write(probed)
+        # --no-sandbox: chromium refuses to run as root otherwise; a small /dev/shm in a container
+        # would crash it without --disable-dev-shm-usage.
         command = [browser, "--headless", "--no-sandbox", "--disable-gpu",
-                   "--no-first-run", "--no-default-browser-check", "--disable-extensions",
+                   "--disable-dev-shm-usage", "--no-first-run", "--no-default-browser-check",
+                   "--disable-extensions",
                    "--user-data-dir=" + os.path.join(folder, "profile"),
                    "--enable-logging=stderr", "--v=0", "--virtual-time-budget=10000",
                    "--dump-dom", "file://" + copy]

@@ -334,11 +334,12 @@ TEST(Plots, SvgHoldsEveryLabelAsText) {
   spec.curves.push_back(Line("edge 3 <left> & right", 1.0, 0.0));
   spec.vmarkers.push_back({"Nyquist", 0.5});
   spec.hmarkers.push_back({"MTF = 0.1", 0.1});
+  spec.yLabel = "MTF \xb5m";  // not UTF-8 (Latin-1): drawn with a replacement character
   PlotCurves(spec, folder / "plot.png", folder / "plot.svg");
   const std::string svg = ReadText(folder / "plot.svg");
   ASSERT_NE(svg.find("<svg"), std::string::npos);
   const std::string text = DecodeXmlText(svg);
-  for (const char* label : {"MTF of edge #3", "frequency (cycles/pixel)", "MTF",
+  for (const char* label : {"MTF of edge #3", "frequency (cycles/pixel)", "MTF \xEF\xBF\xBDm",
                             "edge 3 <left> & right", "Nyquist", "MTF = 0.1"}) {
     EXPECT_NE(text.find(label), std::string::npos) << label;
   }
