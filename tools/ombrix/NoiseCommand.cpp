@@ -19,14 +19,12 @@ namespace {
 
 const std::vector<int> kFrameDepths = {CV_8U, CV_16U};
 
-std::size_t ReadAhead() { return std::max(2u, std::thread::hardware_concurrency()); }
-
 // Pass 1 also checks every frame and hashes every file, before the output folder exists.
 cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& nameSource,
                       RunContext& run, ProgressBar& progress, const cv::Rect* region) {
   CTemporalNoiseStream stream;
   std::vector<std::string> digests(files.size());
-  FrameReader(files, ReadAhead(), true)
+  FrameReader(files, NoiseReadAhead(), true)
       .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string& sha256) {
         RequireSingleChannel(frame, files[i], kFrameDepths);
         if (i == 0 && region != nullptr) RequireInside("--region", *region, frame.size(), files[0]);
@@ -41,7 +39,7 @@ cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& 
       });
   for (std::size_t i = 0; i < files.size(); ++i) run.Document().AddInput(files[i], digests[i]);
   run.BeginUnhashed(files, nameSource);
-  FrameReader(files, ReadAhead(), false)
+  FrameReader(files, NoiseReadAhead(), false)
       .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string&) {
         try {
           stream.AddDeviationFrame(frame);
@@ -58,7 +56,7 @@ cv::Mat StackNoise(const std::vector<std::string>& files, const std::string& nam
                    RunContext& run, ProgressBar& progress, const cv::Rect* region) {
   CTemporalNoise stack;
   std::vector<std::string> digests(files.size());
-  FrameReader(files, ReadAhead(), true)
+  FrameReader(files, NoiseReadAhead(), true)
       .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string& sha256) {
         RequireSingleChannel(frame, files[i], kFrameDepths);
         if (i == 0 && region != nullptr) RequireInside("--region", *region, frame.size(), files[0]);
@@ -94,6 +92,8 @@ void RecordSummary(RunContext& run, const std::string& subject, const cv::Mat& m
 }
 
 }  // namespace
+
+std::size_t NoiseReadAhead() { return std::max(2u, std::thread::hardware_concurrency()); }
 
 int RunNoise(const NoiseOptions& options, const CommonOptions& common) {
   cv::Rect region;

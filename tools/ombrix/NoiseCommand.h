@@ -18,6 +18,9 @@ struct NoiseOptions {
   bool exactStack = false;
 };
 
+// Frames decoded ahead of the stream: one per core, at least 2.
+std::size_t NoiseReadAhead();
+
 // Returns the process exit code; throws ToolError for usage and input errors.
 int RunNoise(const NoiseOptions& options, const CommonOptions& common);
 

@@ -13,9 +13,12 @@
 
 namespace ombrix_tool {
 
-inline void ForEachFile(std::size_t count, const std::function<void(std::size_t)>& work) {
-  const std::size_t workers =
-      std::min<std::size_t>(count, std::max(1u, std::thread::hardware_concurrency()));
+// workers: 0 for one per core (what the tool uses), else that many.
+inline void ForEachFile(std::size_t count, const std::function<void(std::size_t)>& work,
+                        std::size_t workerCount = 0) {
+  const std::size_t wanted =
+      workerCount > 0 ? workerCount : std::max(1u, std::thread::hardware_concurrency());
+  const std::size_t workers = std::min<std::size_t>(count, wanted);
   std::vector<std::exception_ptr> errors(count);
   std::atomic<std::size_t> next{0};
   auto run = [&]() {
