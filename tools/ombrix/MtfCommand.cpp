@@ -52,6 +52,11 @@ const char* SideName(EdgeSide side) {
 ImageMeasurement MeasureImage(const std::string& path, const MtfOptions& options,
                               const cv::Rect* roi) {
   const cv::Mat image = ReadImage(path);
+  // Colour pictures are measured through their grey conversion, which takes 3 or 4 channels.
+  if (image.channels() != 1 && image.channels() != 3 && image.channels() != 4) {
+    throw UsageError(path + ": unsupported image with " + std::to_string(image.channels()) +
+                     " channels (needs 1, 3 or 4)");
+  }
   CMtfMeasurement measurement;
   measurement.gamma = options.gamma;
   const CMtfUncertainty uncertainty;
@@ -314,10 +319,17 @@ void WriteMtfReport(RunContext& run, const MtfOptions& options,
   }
   ReportSection section;
   section.heading = "MTF";
+  std::string shown;
+  if (options.plotEdge > index && chosen != nullptr) {
+    shown = " The ESF and LSF are those of edge 1: --plot-edge " +
+            std::to_string(options.plotEdge) + " is beyond the " + std::to_string(index) +
+            " measured edges.";
+  }
   section.text = std::string(options.edge ? "Single slanted edge" : "Edges of the square targets") +
                  ". MTF50 and the cut frequency (MTF = 0.1) in cycles per pixel with their 95 % "
                  "intervals (jackknife over blocks of rows along the edge); efficiency: the cut "
-                 "frequency as a percentage of the Nyquist sample.";
+                 "frequency as a percentage of the Nyquist sample." +
+                 shown;
   section.tables.push_back(table);
   section.pictures = pictures;
   WriteRunReport(run, "ombrix mtf", {section});
