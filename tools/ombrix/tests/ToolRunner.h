@@ -52,11 +52,14 @@ inline fs::path Scratch(const std::string& name) {
 }
 
 // Runs ombrix with the arguments in the working directory cwd; standard input is empty, standard
-// output and error go to files (so never a terminal).
-inline Outcome RunTool(const std::vector<std::string>& arguments, const fs::path& cwd) {
+// output and error go to files (so never a terminal). environment: assignments put before the
+// command ("NAME=value ..."), evaluated by the shell.
+inline Outcome RunTool(const std::vector<std::string>& arguments, const fs::path& cwd,
+                       const std::string& environment = "") {
   const fs::path outFile = cwd / ".stdout.txt";
   const fs::path errFile = cwd / ".stderr.txt";
-  std::string command = "cd " + Quote(cwd.string()) + " && " + Quote(OMBRIX_TOOL_EXE);
+  std::string command =
+      "cd " + Quote(cwd.string()) + " && " + environment + " " + Quote(OMBRIX_TOOL_EXE);
   for (const std::string& argument : arguments) command += " " + Quote(argument);
   command += " </dev/null >" + Quote(outFile.string()) + " 2>" + Quote(errFile.string());
   const int status = std::system(command.c_str());
