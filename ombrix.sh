@@ -17,7 +17,8 @@ case "$mode" in
 esac
 
 packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
-  libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium python3)
+          dpkg-dev libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium
+          python3)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)

@@ -1,10 +1,15 @@
 # How the project declares its targets, so that every one states the same usage requirements.
 #
 # ombrix_add_library(<name> STATIC|INTERFACE|OBJECT [sources...])
-#   Target ombrix_<name> with the alias Ombrix::<name>. C++17 is a usage requirement. Compiled
-#   libraries build position-independent code (the processing plug-in module links them) with
-#   hidden symbols, so that a module linking them exports only what it marks itself, and with the
-#   project's warnings.
+#   Target ombrix_<name> with the alias Ombrix::<name>, exported under the same name. C++17 is a
+#   usage requirement. Compiled libraries build position-independent code (the processing plug-in
+#   module links them) with hidden symbols, so that a module linking them exports only what it
+#   marks itself, and with the project's warnings (a build-tree requirement only: an installed
+#   library asks nothing of its consumers' warnings).
+#
+# ombrix_install_headers(<folder> [headers...])
+#   Public headers of an area, installed under include/ombrix/<folder> when the project installs
+#   (OMBRIX_INSTALL). Headers not named here are private to the implementation.
 #
 # ombrix_add_executable(<name> [sources...])
 #   A program of the project: C++17 and the project's warnings.
@@ -18,6 +23,7 @@
 function(ombrix_add_library name kind)
   add_library(ombrix_${name} ${kind} ${ARGN})
   add_library(Ombrix::${name} ALIAS ombrix_${name})
+  set_target_properties(ombrix_${name} PROPERTIES EXPORT_NAME ${name})
   if(kind STREQUAL "INTERFACE")
     target_compile_features(ombrix_${name} INTERFACE cxx_std_17)
   else()
@@ -26,7 +32,14 @@ function(ombrix_add_library name kind)
       POSITION_INDEPENDENT_CODE ON
       CXX_VISIBILITY_PRESET hidden
       VISIBILITY_INLINES_HIDDEN ON)
-    target_link_libraries(ombrix_${name} PRIVATE ombrix_warnings)
+    target_link_libraries(ombrix_${name} PRIVATE $<BUILD_INTERFACE:ombrix_warnings>)
+  endif()
+endfunction()
+
+function(ombrix_install_headers folder)
+  if(OMBRIX_INSTALL)
+    install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ombrix/${folder}
+            COMPONENT development)
   endif()
 endfunction()
 
@@ -42,7 +55,7 @@ function(ombrix_add_plugin_module name)
   add_library(${name} MODULE ${ARGN})
   target_compile_features(${name} PRIVATE cxx_std_17)
   target_compile_definitions(${name} PRIVATE OMBRIX_PLUGIN_EXPORTS)
-  target_link_libraries(${name} PRIVATE ombrix_warnings)
+  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:ombrix_warnings>)
   set_target_properties(${name} PROPERTIES
     PREFIX ""
     CXX_VISIBILITY_PRESET hidden

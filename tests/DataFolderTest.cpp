@@ -46,6 +46,20 @@ const std::string kThree =
 const std::string kFour = ".." OMBRIX_SEP + kThree;
 const std::string kFive = ".." OMBRIX_SEP + kFour;
 
+#if defined(_WIN32)
+TEST_F(DataFolder, WindowsCandidatesUseBackslashes) {
+  EXPECT_EQ(kThree, "..\\..\\..\\UnitTestData\\");
+  fs::create_directory(Up(5));
+  EXPECT_EQ(FindDataFolder(), "..\\..\\..\\..\\..\\UnitTestData\\");
+}
+#else
+TEST_F(DataFolder, PosixCandidatesUseSlashes) {
+  EXPECT_EQ(kThree, "../../../UnitTestData/");
+  fs::create_directory(Up(4));
+  EXPECT_EQ(FindDataFolder(), "../../../../UnitTestData/");
+}
+#endif
+
 TEST_F(DataFolder, CandidatesHaveTheirStoredLengths) {
   EXPECT_EQ(kThree.size(), 22u);
   EXPECT_EQ(kFour.size(), 25u);

@@ -12,9 +12,10 @@ namespace {
 
 const char g_moduleMarker = 0;
 
-// File stem of the module holding this code, as the loader was given it.
+// File stem of the module holding this code, as the loader was given it, in UTF-8 (a Windows path
+// may hold characters the narrow code page cannot spell).
 std::string ThisModuleName() {
-  return DynamicLibrary::ModuleFileOf(&g_moduleMarker).stem().string();
+  return DynamicLibrary::ModuleFileOf(&g_moduleMarker).stem().u8string();
 }
 
 void RecordModuleEvent(const std::string& what) {

@@ -6,11 +6,23 @@
 #include <string>
 #include <vector>
 
+// Only these two functions are exported: exporting everything would, on Windows, also export the
+// runtime that MinGW links statically into the DLL.
+#if defined(_WIN32)
+#if defined(OMBRIX_TEST_EVENTS_EXPORTS)
+#define OMBRIX_TEST_EVENTS_API __declspec(dllexport)
+#else
+#define OMBRIX_TEST_EVENTS_API __declspec(dllimport)
+#endif
+#else
+#define OMBRIX_TEST_EVENTS_API __attribute__((visibility("default")))
+#endif
+
 namespace plugin_events {
 
-void Record(const std::string& event);
+OMBRIX_TEST_EVENTS_API void Record(const std::string& event);
 
 // Returns the events recorded so far, oldest first, and clears the log.
-std::vector<std::string> Take();
+OMBRIX_TEST_EVENTS_API std::vector<std::string> Take();
 
 }  // namespace plugin_events
