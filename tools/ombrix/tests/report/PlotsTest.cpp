@@ -565,3 +565,25 @@ TEST(Plots, ConcurrentPlotsEqualThePlotDrawnAlone) {
     EXPECT_EQ(cv::norm(picture, alone, cv::NORM_INF), 0.0) << t;
   }
 }
+
+TEST(Plots, PlottingPrintsNothing) {
+  // The tool prints its JSON on standard output; a plot must add nothing to it or to the errors,
+  // whatever its labels hold.
+  CTemporaryFolder folder;
+  PlotSpec spec = UnitSpec();
+  spec.title = "edge \xff\xfe of chart \xc3";
+  spec.curves.push_back(Line("MTF \xe2\x82", 1.0, 0.0));
+  spec.vmarkers.push_back({"Nyquist #", 0.5});
+  cv::Mat map(20, 30, CV_32F, cv::Scalar(2.0f));
+  map.at<float>(3, 4) = NAN;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  PlotCurves(spec, folder / "curves.png", folder / "curves.svg");
+  PlotHistogram(map, 16, NAN, NAN, "noise \xff", "DN", folder / "h.png", folder / "h.svg");
+  PlotFalseColour(map, NAN, NAN, "map \xff", "DN \xff", folder / "map.png");
+  const std::string out = testing::internal::GetCapturedStdout();
+  const std::string err = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(out, "");
+  EXPECT_EQ(err, "");
+  EXPECT_EQ(folder.Entries().size(), 5u);
+}
