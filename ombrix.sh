@@ -18,7 +18,8 @@ esac
 
 packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
   dpkg-dev libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core chromium python3
-  nlohmann-json3-dev libssl-dev python3-jsonschema)
+  nlohmann-json3-dev libssl-dev python3-jsonschema python3-dev pybind11-dev python3-numpy
+  python3-pytest python3-scipy python3-pip python3-setuptools)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)

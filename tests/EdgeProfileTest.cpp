@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <ostream>
+#include <utility>
 #include <vector>
 
 #include "CvErrors.h"
@@ -192,6 +194,32 @@ TEST(EdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
   testerrors::ExpectCvError(build(cv::Mat(4, 4, CV_16FC1, cv::Scalar::all(1))),
                             cv::Error::StsUnsupportedFormat, "unsupported region depth",
                             "BuildEdgeProfile");
+}
+
+// Oversampling or slopes that would overflow the layout are refused before any allocation; 0 bins
+// per pixel is still an empty profile, and a large but sane oversampling still works.
+TEST(EdgeProfile, RefusesLayoutsBeyondTheBinLimit) {
+  const cv::Mat region(8, 128, CV_16UC1, cv::Scalar::all(100));
+  const auto build = [&region](float oversampling, float slope) {
+    return [&region, oversampling, slope] {
+      EdgeProfiler profiler;
+      profiler.oversampling = oversampling;
+      BuildEdgeProfile(profiler, region, slope);
+    };
+  };
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float inf = std::numeric_limits<float>::infinity();
+  for (const auto& [oversampling, slope] : std::vector<std::pair<float, float>>{
+           {1e9f, 0.1f}, {-1.0f, 0.1f}, {nan, 0.1f}, {inf, 0.1f}, {4.0f, nan}, {4.0f, 1e30f}}) {
+    testerrors::ExpectCvError(build(oversampling, slope), cv::Error::StsOutOfRange,
+                              "profile bins out of range", "BuildEdgeProfile");
+  }
+  EdgeProfiler zero;
+  zero.oversampling = 0.0f;
+  EXPECT_TRUE(BuildEdgeProfile(zero, region, 0.1f).empty());
+  EdgeProfiler fine;
+  fine.oversampling = 1000.0f;
+  EXPECT_EQ(BuildEdgeProfile(fine, region, 0.1f).size(), 128000u);
 }
 
 // --- Profiles without a block of rows (the measurement's jackknife replicates) ---

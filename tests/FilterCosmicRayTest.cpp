@@ -1,8 +1,9 @@
 // The cosmic-ray filter: square medians for radius 1 and 2, the disc beyond, the strict
 // threshold, dark outliers left alone, the mask, a fresh dst, the errors of its median, and the
-// pruned path against the straightforward one on random images.
+// pruned path against the straightforward one on random images, and radii far beyond the image.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <functional>
 #include <opencv2/core.hpp>
@@ -326,6 +327,27 @@ TEST(FilterCosmicRay, ReplacedMapIsUntouchedWhenTheFilterThrows) {
                cv::Exception);
   EXPECT_EQ(replaced.rows, 2);
   EXPECT_EQ(replaced.at<unsigned char>(0, 0), 7);
+}
+
+// Beyond rows + cols the disc holds the whole image around every pixel: any larger radius gives
+// that result, quickly and without buffers sized by the radius (INT_MAX would overflow them).
+TEST(FilterCosmicRay, RadiiBeyondTheImageGiveTheWholeImageDisc) {
+  datagen::Random rng(1313);
+  for (const testimages::Values model : {testimages::Values::kUniform, testimages::Values::kHigh}) {
+    const cv::Mat src = testimages::RandomImage(rng, 9, 7, model);
+    const cv::Mat expected = oracle::DiscMedian(src, 40);
+    for (const int radius : {16, 40, 100000, INT_MAX}) {
+      cv::Mat dst;
+      CFilterCosmicRay::MedianBlur(src, dst, radius);
+      EXPECT_TRUE(Equal(dst, expected)) << radius;
+      const CFilterCosmicRay filter(radius, 50);
+      cv::Mat cleaned;
+      cv::Mat replaced;
+      filter.Process(src, cleaned, cv::Mat(), replaced);
+      EXPECT_TRUE(Equal(cleaned, Filter(CFilterCosmicRay(40, 50), src, cv::Mat(), true))) << radius;
+      EXPECT_EQ(cv::countNonZero(replaced), cv::countNonZero(cleaned != src)) << radius;
+    }
+  }
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <utility>
@@ -183,6 +184,15 @@ TEST(GaussianBlur, KernelBinomialRowHoldsTheBinomialCoefficients) {
   // Beyond the int range the coefficients are still truncated, not wrapped.
   const cv::Mat huge = CGaussianBlur::BinomialKernel(40);
   EXPECT_EQ(huge.at<float>(0, 20), static_cast<float>(137846528820.0));
+}
+
+// 171! exceeds DBL_MAX, so every larger argument is infinite; a huge argument must not recurse
+// a million frames deep.
+TEST(GaussianBlur, KernelFactorialIsInfiniteFrom171On) {
+  EXPECT_TRUE(std::isfinite(CGaussianBlur::Factorial(170.0)));
+  EXPECT_EQ(CGaussianBlur::Factorial(171.0), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(CGaussianBlur::Factorial(172.0), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(CGaussianBlur::Factorial(2.0e9), std::numeric_limits<double>::infinity());
 }
 
 TEST(GaussianBlur, KernelFactorialIsRecursiveFromOne) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <opencv2/imgproc.hpp>
 
 namespace {
@@ -14,8 +15,11 @@ constexpr int kMaxHalfWidth = 101;
 CGaussianBlur::CGaussianBlur(int sigma) : sigma_(sigma) { BuildKernels(); }
 
 double CGaussianBlur::Factorial(double x) {
-  // The recursion ends at 0! = 1! = 1; BinomialKernel never asks for anything below.
+  // The recursion ends at 0! = 1! = 1; BinomialKernel never asks for anything below. From 172 on
+  // the product is infinite whatever the order (171! already exceeds DBL_MAX), so the recursion
+  // stops there rather than run as deep as a large sigma's binomial row would take it.
   if (x <= 1.0) return 1.0;
+  if (x >= 172.0) return std::numeric_limits<double>::infinity();
   return x * Factorial(x - 1.0);
 }
 

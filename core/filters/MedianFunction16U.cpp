@@ -194,8 +194,10 @@ void MedianFunction_16U::operator()(const cv::Range& rows) const {
   const int begin = std::max(rows.start, 0);
   const int end = std::min(rows.end, height_);
   if (begin >= end) return;
-  std::vector<unsigned short> scratch(static_cast<std::size_t>(2 * radius_ + 1) * (2 * radius_ + 1),
-                                      0);
+  // A gathered disc is cut to the image, so it never holds more samples than the image.
+  const int diameter = 2 * radius_ + 1;
+  std::vector<unsigned short> scratch(
+      static_cast<std::size_t>(std::min(diameter, height_)) * std::min(diameter, width_), 0);
   const std::vector<int> halfWidths = DiscHalfWidths(radius_);
   DiscHistogram hist;
   for (int y = begin; y < end; ++y) {

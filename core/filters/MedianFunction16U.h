@@ -78,9 +78,9 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   static std::vector<int> DiscHalfWidths(int radius);
 
   // The disc median at one pixel, the disc rows taken from DiscHalfWidths(radius) (no square root
-  // per window pixel) and gathered into scratch (at least (2r+1)^2 entries) in row-major order.
-  // Odd counts give the true median; even counts (only where the edge cuts the disc) give the
-  // entry before the middle after the selection with its top bit cleared.
+  // per window pixel) and gathered into scratch (at least min(2r+1, rows) x min(2r+1, cols)
+  // entries) in row-major order. Odd counts give the true median; even counts (only where the edge
+  // cuts the disc) give the entry before the middle after the selection with its top bit cleared.
   unsigned short GatheredMedianAt(int x, int y, const int* halfWidths,
                                   unsigned short* scratch) const;
 
@@ -97,8 +97,9 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // Medians of row y for columns first..last (inclusive), any row and columns of the image,
   // written to out[0..last - first]. A sliding histogram holds the disc cut to the image: it
   // answers pixels whose cut disc holds an odd count (the true median, which is every full disc
-  // and about half of the cut ones); even counts are gathered into scratch (at least (2r+1)^2
-  // entries) and selected like GatheredMedianAt. hist must be empty; it is left empty.
+  // and about half of the cut ones); even counts are gathered into scratch (at least
+  // min(2r+1, rows) x min(2r+1, cols) entries) and selected like GatheredMedianAt. hist must be
+  // empty; it is left empty.
   void SlidingMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
                       unsigned short* scratch, unsigned short* out) const;
 

@@ -9,6 +9,11 @@ namespace {
 
 constexpr const char* kBuildName = "BuildEdgeProfile";
 
+// Most bins one profile may span: far beyond any useful oversampling (a 10 000-column region at
+// 64 bins per pixel needs 640 000), and small enough that the float layout converts to int
+// exactly and the per-thread accumulators stay within memory.
+constexpr double kMaxBins = 16777216.0;
+
 // Geometry of one run, computed once before any pixel is touched.
 struct ProfileLayout {
   int width = 0;      // bins kept in the ESF
@@ -26,6 +31,17 @@ ProfileLayout LayoutOf(int rows, int cols, float slope, float oversampling) {
   layout.bins = layout.extra + layout.width;
   layout.binOffset = off < 1.0f ? static_cast<int>(off) : 0;
   return layout;
+}
+
+// An oversampling or slope that is not finite, a negative oversampling or a span beyond kMaxBins
+// would make the layout's float-to-int conversions undefined.
+void CheckLayout(int rows, int cols, float slope, float oversampling) {
+  const double width = static_cast<double>(cols) * oversampling;
+  const double extra = std::fabs(static_cast<double>(rows - 1) * slope * oversampling);
+  if (!(width >= 0.0 && extra >= 0.0 && width + extra <= kMaxBins)) {
+    cv::error(cv::Error::StsOutOfRange, "profile bins out of range", kBuildName, __FILE__,
+              __LINE__);
+  }
 }
 
 void CheckRegion(const cv::Mat& region) {
@@ -116,6 +132,7 @@ std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& regi
   CheckRegion(region);
   const ProjectFn project = ProjectFunctionFor(region.depth());
   const float oversampling = profiler.oversampling;
+  CheckLayout(region.rows, region.cols, slope, oversampling);
   const ProfileLayout layout = LayoutOf(region.rows, region.cols, slope, oversampling);
   profiler.binOffset = layout.binOffset;
 

@@ -31,7 +31,9 @@ struct EdgeProfiler {
 // with its own sums and counts, merged after all joins. The ESF is the width = (int)(C x
 // oversampling) bins that start round(|offset| / 2) bins in; empty bins are 0.
 // Errors: cv::Error::StsBadArg "empty region", cv::Error::StsUnsupportedFormat "region must have
-// one channel" / "unsupported region depth"; std::system_error when a thread fails.
+// one channel" / "unsupported region depth", cv::Error::StsOutOfRange "profile bins out of range"
+// when the oversampling or the slope is not finite, the oversampling is negative or the profile
+// would span more than 2^24 bins; std::system_error when a thread fails.
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope);
 
 // The same profile without the rows start <= r < end of excludedRows (none when end <= start): the

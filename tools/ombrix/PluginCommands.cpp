@@ -31,7 +31,7 @@ void LoadPlugin(LoadedPlugin& plugin) {
   if (!fs::exists(module, code)) {
     throw UsageError(module + ": the processing plug-in is not installed beside ombrix");
   }
-  plugin.object = scenarios::LoadProcessingPlugin(plugin.collection, module);
+  plugin.object = scenarios::MakeCheckedProcessingPlugin(plugin.collection, module);
   if (!plugin.object) throw UsageError(module + ": the processing plug-in cannot be loaded");
 }
 

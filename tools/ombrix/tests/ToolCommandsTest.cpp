@@ -408,7 +408,7 @@ TEST(ToolPlugin, DarkChambersEqualTheScenarioAndTheirTruth) {
 
     CFactoryCollection collection;
     std::shared_ptr<IOmbrixProcessing> plugin =
-        scenarios::LoadProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
+        scenarios::MakeCheckedProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
     ASSERT_TRUE(plugin);
     scenarios::RunDarkChamberSequence(*plugin, DataFile(c.folder));
     const cv::Mat map = plugin->GetDefectMap();
@@ -449,7 +449,7 @@ TEST(ToolPlugin, SpotsEqualTheDetectionScenarioAndTheDrawnSpots) {
 
     CFactoryCollection collection;
     std::shared_ptr<IOmbrixProcessing> plugin =
-        scenarios::LoadProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
+        scenarios::MakeCheckedProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
     ASSERT_TRUE(plugin);
     const scenarios::DetectionOutput expected = scenarios::RunDetectionSequence(
         *plugin, DataFile("ValidationAlgo1"), "PTC.tif", ValidationAlgoParameters(!c.control));
