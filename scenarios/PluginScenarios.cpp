@@ -12,6 +12,43 @@ std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& coll
   return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
 }
 
+std::shared_ptr<IOmbrixProcessing> MakeCheckedProcessingPlugin(CFactoryCollection& collection,
+                                                               const std::string& modulePath) {
+  if (!collection.m_factoryProcessing.Load(modulePath)) return nullptr;
+  const DynamicLibrary::Handle library = collection.m_factoryProcessing.LibraryHandle();
+  if (DynamicLibrary::Resolve(library, "GetInstance") == nullptr) return nullptr;
+  return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
+}
+
+namespace {
+
+// One raw frame through the plug-in, its processed form kept as the sequence keeps them.
+void ProcessFrame(IOmbrixProcessing& plugin, const cv::Mat& image, FrameKeeping keeping,
+                  std::vector<cv::Mat>& processed) {
+  plugin.BeginImage();
+  ExposedImage frame;
+  frame.image = image;
+  frame.exposure = kExposure;
+  plugin.PushImage(frame);
+  cv::Mat result = plugin.GetProcessedImage();
+  if (keeping == FrameKeeping::kDeepCopy) {
+    cv::Mat copy;
+    result.copyTo(copy);
+    processed.push_back(copy);
+  } else {
+    processed.push_back(result);
+  }
+}
+
+float FinishWithMinimum(IOmbrixProcessing& plugin, const std::vector<cv::Mat>& processed,
+                        const DarkReferenceFinish& finish) {
+  cv::Mat minimum = processed.front().clone();
+  for (const cv::Mat& frame : processed) cv::min(minimum, frame, minimum);
+  return finish(plugin, minimum);
+}
+
+}  // namespace
+
 float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& folder,
                                FrameKeeping keeping, const DarkReferenceFinish& finish) {
   if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
@@ -22,24 +59,19 @@ float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& fol
   if (files.empty()) return -1.0f;
   std::vector<cv::Mat> processed;
   for (const cv::String& file : files) {
-    plugin.BeginImage();
-    const cv::Mat image = cv::imread(file, cv::IMREAD_UNCHANGED);
-    ExposedImage frame;
-    frame.image = image;
-    frame.exposure = kExposure;
-    plugin.PushImage(frame);
-    cv::Mat result = plugin.GetProcessedImage();
-    if (keeping == FrameKeeping::kDeepCopy) {
-      cv::Mat copy;
-      result.copyTo(copy);
-      processed.push_back(copy);
-    } else {
-      processed.push_back(result);
-    }
+    ProcessFrame(plugin, cv::imread(file, cv::IMREAD_UNCHANGED), keeping, processed);
   }
-  cv::Mat minimum = processed.front().clone();
-  for (const cv::Mat& frame : processed) cv::min(minimum, frame, minimum);
-  return finish(plugin, minimum);
+  return FinishWithMinimum(plugin, processed, finish);
+}
+
+float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                               const std::vector<cv::Mat>& rawFrames, FrameKeeping keeping,
+                               const DarkReferenceFinish& finish) {
+  if (!plugin.SetDarkFrames(darks.longDark, darks.shortDark, darks.badPixels)) return -1.0f;
+  if (rawFrames.empty()) return -1.0f;
+  std::vector<cv::Mat> processed;
+  for (const cv::Mat& image : rawFrames) ProcessFrame(plugin, image, keeping, processed);
+  return FinishWithMinimum(plugin, processed, finish);
 }
 
 float DarkReferenceBody(const std::string& modulePath, const std::string& folder,
@@ -66,6 +98,11 @@ float RunDarkChamberSequence(IOmbrixProcessing& plugin, const std::string& folde
   return RunDarkReferenceSequence(plugin, folder, FrameKeeping::kDeepCopy, CountDefects);
 }
 
+float RunDarkChamberSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                             const std::vector<cv::Mat>& rawFrames) {
+  return RunDarkReferenceSequence(plugin, darks, rawFrames, FrameKeeping::kDeepCopy, CountDefects);
+}
+
 float DarkChamberBody(const std::string& modulePath, const std::string& folder) {
   return DarkReferenceBody(modulePath, folder, FrameKeeping::kDeepCopy, CountDefects);
 }
@@ -74,9 +111,32 @@ float RunLightSourceSequence(IOmbrixProcessing& plugin, const std::string& folde
   return RunDarkReferenceSequence(plugin, folder, FrameKeeping::kShared, LightSourceFactor);
 }
 
+float RunLightSourceSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                             const std::vector<cv::Mat>& rawFrames) {
+  return RunDarkReferenceSequence(plugin, darks, rawFrames, FrameKeeping::kShared,
+                                  LightSourceFactor);
+}
+
 float LightSourceBody(const std::string& modulePath, const std::string& folder) {
   return DarkReferenceBody(modulePath, folder, FrameKeeping::kShared, LightSourceFactor);
 }
+
+namespace {
+
+// The detection steps after the darks: the image pushed at kExposure, mode 2, detection with
+// level 2 and true.
+void DetectInImage(IOmbrixProcessing& plugin, const cv::Mat& image, DetectionOutput& output) {
+  plugin.BeginImage();
+  ExposedImage frame;
+  frame.image = image;
+  frame.exposure = kExposure;
+  plugin.PushImage(frame);
+  plugin.SetAlgorithmMode(2);
+  plugin.DetectObjects(output.objects, output.labelImage, output.overlayImage, 2, true);
+  output.completed = true;
+}
+
+}  // namespace
 
 DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::string& folder,
                                      const std::string& imageName,
@@ -86,14 +146,16 @@ DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::strin
   if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
     return output;
   }
-  plugin.BeginImage();
-  ExposedImage frame;
-  frame.image = cv::imread(folder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED);
-  frame.exposure = kExposure;
-  plugin.PushImage(frame);
-  plugin.SetAlgorithmMode(2);
-  plugin.DetectObjects(output.objects, output.labelImage, output.overlayImage, 2, true);
-  output.completed = true;
+  DetectInImage(plugin, cv::imread(folder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED), output);
+  return output;
+}
+
+DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                                     const cv::Mat& image, const AlgoParameters& parameters) {
+  DetectionOutput output;
+  plugin.SetAlgoParameters(parameters);
+  if (!plugin.SetDarkFrames(darks.longDark, darks.shortDark, darks.badPixels)) return output;
+  DetectInImage(plugin, image, output);
   return output;
 }
 

@@ -57,6 +57,22 @@ inline constexpr const char* kTechnicianCharts[] = {OMBRIX_SEP "FTM.tif",
 std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& collection,
                                                         const std::string& modulePath);
 
+// The same for callers that must survive a wrong path (the Python module): an empty pointer when
+// the library cannot be loaded or exports no "GetInstance" entry, instead of the fault.
+std::shared_ptr<IOmbrixProcessing> MakeCheckedProcessingPlugin(CFactoryCollection& collection,
+                                                               const std::string& modulePath);
+
+// ---- Frames in memory --------------------------------------------------------------------------
+
+// The inputs a folder holds, for callers that have them in memory: the two master darks (150 s
+// and 1 s) with an optional bad-pixel map, handed over through SetDarkFrames instead of
+// LoadDarkFrames.
+struct DarkFrames {
+  cv::Mat longDark;
+  cv::Mat shortDark;
+  cv::Mat badPixels;
+};
+
 // ---- Dark-reference sequence (dark chamber, light source) --------------------------------------
 
 // How the sequence keeps the processed frames: the dark chamber keeps a deep copy of each, the
@@ -78,12 +94,22 @@ float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& fol
 float DarkReferenceBody(const std::string& modulePath, const std::string& folder,
                         FrameKeeping keeping, const DarkReferenceFinish& finish);
 
+// The same sequence on frames in memory: the darks through SetDarkFrames, then the raw frames in
+// the order of the list. -1.0 when the darks are refused or the list is empty.
+float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                               const std::vector<cv::Mat>& rawFrames, FrameKeeping keeping,
+                               const DarkReferenceFinish& finish);
+
 // Dark-chamber value of a folder: the number of defects as float, or -1.0.
 float RunDarkChamberSequence(IOmbrixProcessing& plugin, const std::string& folder);
+float RunDarkChamberSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                             const std::vector<cv::Mat>& rawFrames);
 float DarkChamberBody(const std::string& modulePath, const std::string& folder);
 
 // Light-source factor of a folder, or -1.0.
 float RunLightSourceSequence(IOmbrixProcessing& plugin, const std::string& folder);
+float RunLightSourceSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                             const std::vector<cv::Mat>& rawFrames);
 float LightSourceBody(const std::string& modulePath, const std::string& folder);
 
 // ---- Detection sequence ------------------------------------------------------------------------
@@ -105,6 +131,10 @@ struct DetectionOutput {
 DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::string& folder,
                                      const std::string& imageName,
                                      const AlgoParameters& parameters);
+
+// The same on an image in memory, the darks through SetDarkFrames.
+DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const DarkFrames& darks,
+                                     const cv::Mat& image, const AlgoParameters& parameters);
 
 // The same with an object of its own; the number of objects, or -1. The list and the images go
 // before the object.

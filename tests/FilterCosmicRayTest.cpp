@@ -1,8 +1,9 @@
 // The cosmic-ray filter: square medians for radius 1 and 2, the disc beyond, the strict
 // threshold, dark outliers left alone, the mask, a fresh dst, the errors of its median, and the
-// pruned path against the straightforward one on random images.
+// pruned path against the straightforward one on random images, and radii far beyond the image.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <functional>
 #include <opencv2/core.hpp>
@@ -112,6 +113,17 @@ TEST_P(RadiusAndPath, MaskOfAnotherSizeOrTypeThrows) {
        {cv::Mat(19, 20, CV_8UC1, cv::Scalar(1)), cv::Mat(20, 20, CV_16UC1, cv::Scalar(1))}) {
     EXPECT_THROW(Run(src, mask), cv::Exception);
   }
+}
+
+TEST_P(RadiusAndPath, ThreeDimensionalMaskThrowsInsteadOfBeingIgnored) {
+  cv::Mat src(20, 20, CV_16UC1, cv::Scalar(2000));
+  src.at<std::uint16_t>(10, 10) = 9000;
+  const cv::Mat before = src.clone();
+  const int sizes[] = {20, 20, 1};
+  const cv::Mat mask(3, sizes, CV_8UC1, cv::Scalar(0));
+  cv::Mat dst(3, 3, CV_16UC1, cv::Scalar(5));
+  EXPECT_THROW(Filter(FilterOf(100), src, mask, std::get<1>(GetParam())), cv::Exception);
+  EXPECT_TRUE(Equal(src, before));
 }
 
 INSTANTIATE_TEST_SUITE_P(FilterCosmicRay, RadiusAndPath,
@@ -326,6 +338,27 @@ TEST(FilterCosmicRay, ReplacedMapIsUntouchedWhenTheFilterThrows) {
                cv::Exception);
   EXPECT_EQ(replaced.rows, 2);
   EXPECT_EQ(replaced.at<unsigned char>(0, 0), 7);
+}
+
+// Beyond rows + cols the disc holds the whole image around every pixel: any larger radius gives
+// that result, quickly and without buffers sized by the radius (INT_MAX would overflow them).
+TEST(FilterCosmicRay, RadiiBeyondTheImageGiveTheWholeImageDisc) {
+  datagen::Random rng(1313);
+  for (const testimages::Values model : {testimages::Values::kUniform, testimages::Values::kHigh}) {
+    const cv::Mat src = testimages::RandomImage(rng, 9, 7, model);
+    const cv::Mat expected = oracle::DiscMedian(src, 40);
+    for (const int radius : {16, 40, 100000, INT_MAX}) {
+      cv::Mat dst;
+      CFilterCosmicRay::MedianBlur(src, dst, radius);
+      EXPECT_TRUE(Equal(dst, expected)) << radius;
+      const CFilterCosmicRay filter(radius, 50);
+      cv::Mat cleaned;
+      cv::Mat replaced;
+      filter.Process(src, cleaned, cv::Mat(), replaced);
+      EXPECT_TRUE(Equal(cleaned, Filter(CFilterCosmicRay(40, 50), src, cv::Mat(), true))) << radius;
+      EXPECT_EQ(cv::countNonZero(replaced), cv::countNonZero(cleaned != src)) << radius;
+    }
+  }
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // The scenario library: the failure values and their asymmetry in the suite's verdicts, a folder
 // with one raw frame, the generated folders through the loaded module, the two ways of keeping
 // processed frames, the detection sequence's objects and images, the technician's charts and the
-// stack scenarios, and an empty plug-in object.
+// stack scenarios, an empty plug-in object, the in-memory forms of the sequences against their
+// folder forms and the checked loader.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -319,6 +320,98 @@ TEST(PluginScenarios, AnEmptyPluginObjectGivesTheFailureValues) {
                                      ValidationAlgoParameters(true)),
             -1);
   EXPECT_TRUE(scenarios::StackBody(declining, scenarios::StackScenario::kMinimum).empty());
+}
+
+// Every file of a folder's raw-frame pattern, read as the folder sequence reads them.
+std::vector<cv::Mat> ReadRawFrames(const std::string& folder) {
+  std::vector<cv::String> files;
+  cv::glob(folder + scenarios::kRawFramePattern, files, false);
+  std::vector<cv::Mat> frames;
+  for (const cv::String& file : files) frames.push_back(cv::imread(file, cv::IMREAD_UNCHANGED));
+  return frames;
+}
+
+scenarios::DarkFrames ReadDarks(const std::string& folder) {
+  scenarios::DarkFrames darks;
+  darks.longDark = cv::imread(folder + scenarios::kLongDarkFile, cv::IMREAD_UNCHANGED);
+  darks.shortDark = cv::imread(folder + scenarios::kShortDarkFile, cv::IMREAD_UNCHANGED);
+  return darks;
+}
+
+TEST(PluginScenarios, FramesInMemoryGiveTheFolderValues) {
+  for (const char* name : {"DarkChamber", "DarkChamberFail"}) {
+    const std::string folder = kData + name;
+    COmbrixProcessing fromFolder;
+    COmbrixProcessing inMemory;
+    const float expected = scenarios::RunDarkChamberSequence(fromFolder, folder);
+    EXPECT_EQ(scenarios::RunDarkChamberSequence(inMemory, ReadDarks(folder), ReadRawFrames(folder)),
+              expected)
+        << name;
+  }
+  const std::string source = kData + "QT7M21013H";
+  COmbrixProcessing fromFolder;
+  COmbrixProcessing inMemory;
+  const float factor = scenarios::RunLightSourceSequence(fromFolder, source);
+  EXPECT_NEAR(factor, 0.9908f, 2e-5f);
+  EXPECT_EQ(scenarios::RunLightSourceSequence(inMemory, ReadDarks(source), ReadRawFrames(source)),
+            factor);
+}
+
+TEST(PluginScenarios, FramesInMemoryFailLikeAnEmptyFolder) {
+  const std::string folder = kData + "DarkChamber";
+  COmbrixProcessing plugin;
+  // No raw frame.
+  EXPECT_EQ(scenarios::RunDarkChamberSequence(plugin, ReadDarks(folder), {}), -1.0f);
+  // Darks refused: empty images.
+  EXPECT_EQ(
+      scenarios::RunLightSourceSequence(plugin, scenarios::DarkFrames{}, ReadRawFrames(folder)),
+      -1.0f);
+  const scenarios::DetectionOutput output = scenarios::RunDetectionSequence(
+      plugin, scenarios::DarkFrames{}, cv::Mat(8, 8, CV_16U, cv::Scalar(0)),
+      ValidationAlgoParameters(true));
+  EXPECT_FALSE(output.completed);
+  EXPECT_EQ(output.Count(), -1);
+}
+
+TEST(PluginScenarios, DetectionInMemoryFindsTheFolderObjects) {
+  const std::string folder = kData + scenarios::kValidationFolder;
+  COmbrixProcessing fromFolder;
+  COmbrixProcessing inMemory;
+  const scenarios::DetectionOutput expected = scenarios::RunDetectionSequence(
+      fromFolder, folder, "PTC.tif", ValidationAlgoParameters(true));
+  const scenarios::DetectionOutput output = scenarios::RunDetectionSequence(
+      inMemory, ReadDarks(folder), cv::imread(folder + OMBRIX_SEP "PTC.tif", cv::IMREAD_UNCHANGED),
+      ValidationAlgoParameters(true));
+  ASSERT_TRUE(expected.completed);
+  ASSERT_TRUE(output.completed);
+  ASSERT_EQ(output.objects.size(), expected.objects.size());
+  ASSERT_GT(output.Count(), 0);
+  for (std::size_t i = 0; i < output.objects.size(); ++i) {
+    EXPECT_EQ(output.objects[i].centroidX, expected.objects[i].centroidX);
+    EXPECT_EQ(output.objects[i].centroidY, expected.objects[i].centroidY);
+    EXPECT_EQ(output.objects[i].contour, expected.objects[i].contour);
+  }
+  EXPECT_EQ(cv::norm(output.labelImage, expected.labelImage, cv::NORM_INF), 0.0);
+  EXPECT_EQ(cv::norm(output.overlayImage, expected.overlayImage, cv::NORM_INF), 0.0);
+}
+
+TEST(PluginScenarios, CheckedLoaderRefusesWhatWouldFault) {
+  {
+    CFactoryCollection collection;
+    EXPECT_EQ(scenarios::MakeCheckedProcessingPlugin(collection, "/no/such/OmbrixProcessing.so"),
+              nullptr);
+  }
+  {
+    CFactoryCollection collection;
+    EXPECT_EQ(scenarios::MakeCheckedProcessingPlugin(collection, OMBRIX_TEST_NO_ENTRY_PLUGIN),
+              nullptr);
+  }
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin =
+      scenarios::MakeCheckedProcessingPlugin(collection, kModule);
+  ASSERT_NE(plugin, nullptr);
+  EXPECT_EQ(scenarios::RunDarkChamberSequence(*plugin, kData + "DarkChamber"), 0.0f);
+  plugin.reset();
 }
 
 }  // namespace

@@ -15,9 +15,9 @@ constexpr const char* kMedianBlurName = "CFilterCosmicRay::MedianBlur";
 constexpr int kBadArgLine = 90;
 constexpr int kNotImplementedLine = 106;
 
-bool MaskIsEmpty(const cv::Mat& mask) {
-  return !(mask.data != nullptr && mask.rows >= 1 && mask.cols >= 1);
-}
+// A mask with data and at least one element is a mask, whatever its dimensions: a 3-D matrix
+// (whose rows and cols read -1) must reach the size check and fail there, not be ignored.
+bool MaskIsEmpty(const cv::Mat& mask) { return mask.data == nullptr || mask.total() == 0; }
 
 // The cosmic-ray filter from radius 3 on 16-bit single-channel data, computing the median only
 // where a pixel can be an outlier. Inside the image a disc holds an odd count, so its median is
@@ -33,7 +33,7 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
         dst_(dst),
         mask_(mask),
         replaced_(replaced),
-        radius_(radius),
+        radius_(MedianFunction_16U::BoundedRadius(radius, src.cols, src.rows)),
         threshold_(threshold),
         median_(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
                 static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows, radius, 16) {}
@@ -44,7 +44,7 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
     const int height = src_.rows;
     const int diameter = 2 * r + 1;
     const std::vector<int> halfWidths = MedianFunction_16U::DiscHalfWidths(r);
-    std::vector<unsigned short> scratch(static_cast<std::size_t>(diameter) * diameter, 0);
+    std::vector<unsigned short> scratch(MedianFunction_16U::ScratchSize(r, width, height), 0);
     std::unique_ptr<DiscHistogram> hist;
 
     // Rows and columns whose disc lies wholly inside the image.
