@@ -30,6 +30,7 @@ Symbol Resolve(Handle library, const char* name) {
 }
 
 void Free(Handle library) {
+  if (library == nullptr) return;
   ++g_freeCount;
   FreeLibrary(static_cast<HMODULE>(library));
 }
@@ -59,6 +60,8 @@ Symbol Resolve(Handle library, const char* name) {
 }
 
 void Free(Handle library) {
+  // dlclose(nullptr) faults where FreeLibrary(NULL) is harmless: both are no-ops here.
+  if (library == nullptr) return;
   ++g_freeCount;
   dlclose(library);
 }

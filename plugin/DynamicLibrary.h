@@ -21,7 +21,8 @@ Handle Load(const std::filesystem::path& absolutePath);
 // The address of the entry exported under name, or null when the library has none.
 Symbol Resolve(Handle library, const char* name);
 
-// Releases one reference to the library; it is unloaded when the last one goes.
+// Releases one reference to the library; it is unloaded when the last one goes. A null handle is
+// a no-op (not counted by FreeCount).
 void Free(Handle library);
 
 // The file of the loaded module (library or program) that holds the address, as the loader was

@@ -499,3 +499,33 @@ TEST(ContourFeatures, EdgeContoursCannyRunsOnTheImageNotOnTheThresholdedImage) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ContourFeatures, ExtremeCoordinatesAreNotAvailableInsteadOfOverflowing) {
+  const int big = std::numeric_limits<int>::max();
+  ContourRecord far;
+  far.points = {{big, big}, {-big, big}, {-big, -big}, {big, -big}};
+  for (int id = 1; id <= 11; ++id) {
+    const auto feature = static_cast<ContourFeature>(id);
+    if (feature == ContourFeature::VertexCount) {
+      EXPECT_EQ(ComputeFeature(far, feature), 4.0);
+    } else {
+      EXPECT_EQ(ComputeFeature(far, feature), -1.0) << id;
+    }
+  }
+  EXPECT_EQ(ComputeFeature(far, static_cast<ContourFeature>(12)), 0.0);
+  // At the bound the features are OpenCV's: a square of side 2^25 centred on the origin.
+  const int edge = static_cast<int>(kMaxContourCoordinate);
+  ContourRecord square;
+  square.points = {{-edge, -edge}, {edge, -edge}, {edge, edge}, {-edge, edge}};
+  EXPECT_EQ(ComputeFeature(square, ContourFeature::Area), 4.0 * edge * edge);
+  EXPECT_EQ(ComputeFeature(square, ContourFeature::Convex), 1.0);
+  EXPECT_NEAR(ComputeFeature(square, ContourFeature::MaxCornerCosine), 0.0, 1e-12);
+  EXPECT_EQ(ComputeFeature(square, ContourFeature::AspectRatio), 1.0);
+  square.points[2].x = edge + 1;
+  EXPECT_EQ(ComputeFeature(square, ContourFeature::Area), -1.0);
+  EXPECT_EQ(ComputeFeature(square, ContourFeature::MaxCornerCosine), -1.0);
+}
+
+}  // namespace

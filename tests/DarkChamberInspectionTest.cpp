@@ -94,3 +94,25 @@ TEST(DarkChamberInspection, UnusableImagesAreNotAvailable) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(DarkChamberInspection, ExcessMaskRefusesImagesThatAreNotFloat) {
+  for (const int type : {CV_8UC1, CV_16UC1, CV_64FC1, CV_32FC2}) {
+    const cv::Mat image(8, 8, type, cv::Scalar::all(3));
+    double threshold = 42.0;
+    try {
+      CDarkChamberInspection::ExcessMask(image, threshold);
+      ADD_FAILURE() << "type " << type << " went through";
+    } catch (const cv::Exception& e) {
+      EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
+      EXPECT_EQ(e.err, "the image must be 2-D, 32-bit float, one channel");
+      EXPECT_EQ(e.func, "CDarkChamberInspection::ExcessMask");
+    }
+    EXPECT_EQ(threshold, 42.0);
+  }
+  // The count itself converts any depth first.
+  EXPECT_EQ(CDarkChamberInspection::CountDefects(cv::Mat(8, 8, CV_8UC1, cv::Scalar(3))), 0);
+}
+
+}  // namespace

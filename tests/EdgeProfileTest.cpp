@@ -5,12 +5,14 @@
 #include <limits>
 #include <opencv2/core.hpp>
 #include <ostream>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "CvErrors.h"
 #include "EdgeProfileReference.h"
 #include "Random.h"
+#include "ThreadStartFailure.h"
 #include "mtf/EdgeProfile.h"
 
 namespace {
@@ -196,32 +198,6 @@ TEST(EdgeProfile, RejectsEmptyMultichannelAndHalfFloatRegions) {
                             "BuildEdgeProfile");
 }
 
-// Oversampling or slopes that would overflow the layout are refused before any allocation; 0 bins
-// per pixel is still an empty profile, and a large but sane oversampling still works.
-TEST(EdgeProfile, RefusesLayoutsBeyondTheBinLimit) {
-  const cv::Mat region(8, 128, CV_16UC1, cv::Scalar::all(100));
-  const auto build = [&region](float oversampling, float slope) {
-    return [&region, oversampling, slope] {
-      EdgeProfiler profiler;
-      profiler.oversampling = oversampling;
-      BuildEdgeProfile(profiler, region, slope);
-    };
-  };
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const float inf = std::numeric_limits<float>::infinity();
-  for (const auto& [oversampling, slope] : std::vector<std::pair<float, float>>{
-           {1e9f, 0.1f}, {-1.0f, 0.1f}, {nan, 0.1f}, {inf, 0.1f}, {4.0f, nan}, {4.0f, 1e30f}}) {
-    testerrors::ExpectCvError(build(oversampling, slope), cv::Error::StsOutOfRange,
-                              "profile bins out of range", "BuildEdgeProfile");
-  }
-  EdgeProfiler zero;
-  zero.oversampling = 0.0f;
-  EXPECT_TRUE(BuildEdgeProfile(zero, region, 0.1f).empty());
-  EdgeProfiler fine;
-  fine.oversampling = 1000.0f;
-  EXPECT_EQ(BuildEdgeProfile(fine, region, 0.1f).size(), 128000u);
-}
-
 // --- Profiles without a block of rows (the measurement's jackknife replicates) ---
 
 std::vector<double> BuildWithout(const cv::Mat& region, float slope, cv::Range excluded,
@@ -272,6 +248,68 @@ TEST(EdgeProfile, ExcludedRowsKeepTheWholeRegionsSampling) {
   const std::vector<double> esf = BuildEdgeProfile(without, region, 0.3f, cv::Range(21, 30));
   EXPECT_EQ(esf.size(), whole.esf.Size());
   EXPECT_EQ(without.binOffset, whole.binOffset);
+}
+
+}  // namespace
+
+namespace {
+
+// --- Parameters that cannot give a profile ---
+
+TEST(EdgeProfile, NonFiniteOrHugeSlopeAndBadOversamplingAreClearErrors) {
+  const cv::Mat region(20, 30, CV_16U, cv::Scalar(100));
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const float inf = std::numeric_limits<float>::infinity();
+  for (const float slope : {nan, inf, -inf}) {
+    EdgeProfiler profiler;
+    profiler.binOffset = 77;
+    testerrors::ExpectCvError([&] { BuildEdgeProfile(profiler, region, slope); },
+                              cv::Error::StsBadArg, "slope must be finite", "BuildEdgeProfile");
+    EXPECT_EQ(profiler.binOffset, 77);
+  }
+  for (const float oversampling : {nan, inf, 0.0f, -4.0f}) {
+    EdgeProfiler profiler;
+    profiler.oversampling = oversampling;
+    testerrors::ExpectCvError([&] { BuildEdgeProfile(profiler, region, 0.1f); },
+                              cv::Error::StsBadArg, "oversampling must be finite and positive",
+                              "BuildEdgeProfile");
+  }
+  // 19 rows x 1e6 x 4 bins of offset, or 30 columns x 1e7: refused instead of allocated.
+  for (const std::pair<float, float>& slopeAndOversampling :
+       {std::pair{1e6f, 4.0f}, std::pair{-3e38f, 4.0f}, std::pair{0.1f, 1e7f},
+        std::pair{0.1f, 3e38f}}) {
+    EdgeProfiler profiler;
+    profiler.oversampling = slopeAndOversampling.second;
+    testerrors::ExpectCvError(
+        [&] { BuildEdgeProfile(profiler, region, slopeAndOversampling.first); },
+        cv::Error::StsOutOfRange, "the profile would exceed 16777216 bins", "BuildEdgeProfile");
+  }
+  // Just inside the bound still works: 30 x 4 bins plus 19 x 2e5 x 4 of offset.
+  EdgeProfiler profiler;
+  EXPECT_EQ(BuildEdgeProfile(profiler, region, 2e5f).size(), 120u);
+  // A huge thread count is one thread's work, not a thread per requested count.
+  EXPECT_EQ(Build(region, 0.1f, std::numeric_limits<int>::max()), Build(region, 0.1f, 1));
+  const int sizes[] = {4, 4, 4};
+  testerrors::ExpectCvError(
+      [&] { BuildEdgeProfile(profiler, cv::Mat(3, sizes, CV_8U, cv::Scalar(1)), 0.1f); },
+      cv::Error::StsBadArg, "region must be 2-D", "BuildEdgeProfile");
+}
+
+TEST(EdgeProfile, FailedThreadStartReachesTheCallerAfterTheOthersAreJoined) {
+  datagen::Random random(9);
+  const cv::Mat region = RandomRegion(random, 40, 30, CV_16U, 0, 60000);
+  const std::vector<double> expected = Build(region, 0.1f, 1);
+  const int failedBefore = testthreads::FailedThreadStarts();
+  for (const int started : {0, 1, 3}) {
+    EdgeProfiler profiler;
+    profiler.threadCount = 5;
+    testthreads::FailThreadStartAfter(started);
+    EXPECT_THROW(BuildEdgeProfile(profiler, region, 0.1f), std::system_error) << started;
+    testthreads::FailThreadStartAfter(-1);
+  }
+  EXPECT_EQ(testthreads::FailedThreadStarts(), failedBefore + 3);
+  // The process goes on, and so do profiles.
+  EXPECT_EQ(Build(region, 0.1f, 5), expected);
 }
 
 }  // namespace

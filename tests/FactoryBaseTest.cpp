@@ -2,8 +2,10 @@
 // page. Needs neither OpenCV nor a plug-in.
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <string>
 
+#include "DynamicLibrary.h"
 #include "FactoryBase.h"
 
 namespace {
@@ -27,6 +29,17 @@ TEST(FactoryBase, WideningKeepsEmbeddedNulAndLength) {
   ASSERT_EQ(wide.size(), 3u);
   EXPECT_EQ(wide[1], u'\0');
   EXPECT_EQ(wide[2], char16_t{0x7F});
+}
+
+}  // namespace
+
+namespace {
+
+TEST(DynamicLibrary, FreeOfANullHandleIsANoOp) {
+  const std::size_t before = DynamicLibrary::FreeCount();
+  DynamicLibrary::Free(nullptr);
+  DynamicLibrary::Free(nullptr);
+  EXPECT_EQ(DynamicLibrary::FreeCount(), before);
 }
 
 }  // namespace

@@ -115,6 +115,17 @@ TEST_P(RadiusAndPath, MaskOfAnotherSizeOrTypeThrows) {
   }
 }
 
+TEST_P(RadiusAndPath, ThreeDimensionalMaskThrowsInsteadOfBeingIgnored) {
+  cv::Mat src(20, 20, CV_16UC1, cv::Scalar(2000));
+  src.at<std::uint16_t>(10, 10) = 9000;
+  const cv::Mat before = src.clone();
+  const int sizes[] = {20, 20, 1};
+  const cv::Mat mask(3, sizes, CV_8UC1, cv::Scalar(0));
+  cv::Mat dst(3, 3, CV_16UC1, cv::Scalar(5));
+  EXPECT_THROW(Filter(FilterOf(100), src, mask, std::get<1>(GetParam())), cv::Exception);
+  EXPECT_TRUE(Equal(src, before));
+}
+
 INSTANTIATE_TEST_SUITE_P(FilterCosmicRay, RadiusAndPath,
                          ::testing::Combine(::testing::Values(1, 2, 3, 4, 6, 10),
                                             ::testing::Bool()),

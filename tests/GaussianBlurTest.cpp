@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "CvErrors.h"
 #include "ImageCompare.h"
 #include "ImageHelpers.h"
 #include "Random.h"
@@ -328,6 +329,84 @@ TEST(GaussianBlur, PowerProcessChannelsAreKept) {
   CGaussianBlur blur(2);
   const cv::Mat result = blur.PowerProcess(RandomImage(16, 16, CV_8UC3, 15, 0.0, 200.0), {2});
   EXPECT_EQ(result.type(), CV_32FC3);
+}
+
+}  // namespace
+
+namespace {
+
+using testerrors::ExpectCvError;
+
+TEST(GaussianBlur, HugeSigmaKeepsTheCappedKernelWithoutRecursionOrMemory) {
+  for (const int sigma : {10000, 300000, std::numeric_limits<int>::max()}) {
+    const CGaussianBlur blur(sigma);
+    ASSERT_EQ(blur.RowKernel().cols, 201) << sigma;
+    ASSERT_EQ(blur.Kernel2D().size(), cv::Size(201, 201));
+    double rowSum = 0.0;
+    for (int j = 0; j < 201; ++j) {
+      const int i = std::abs(j - 100);
+      const double tap = static_cast<float>(std::exp(-0.5 * i * i / sigma / sigma));
+      EXPECT_EQ(blur.RowKernel().at<double>(0, j), tap) << sigma << " " << j;
+      rowSum += tap;
+    }
+    EXPECT_NEAR(blur.Scale(), rowSum * rowSum, 1e-9 * rowSum * rowSum);
+    EXPECT_NEAR(cv::sum(blur.Kernel2D())[0], 1.0, 1e-12);
+    // A flat image stays flat on both paths.
+    const cv::Mat flat(30, 30, CV_32F, cv::Scalar(7.0));
+    cv::Mat out;
+    blur.Apply(flat, out, true);
+    EXPECT_LT(MaxAbsDiff(out, flat), 1e-4);
+  }
+  // The largest sigma: every tap rounds to 1.
+  const CGaussianBlur widest(std::numeric_limits<int>::max());
+  EXPECT_EQ(widest.Scale(), 201.0 * 201.0);
+}
+
+TEST(GaussianBlur, KernelFactorialOfLargeOrNonFiniteArguments) {
+  // The product from the smallest factor up, as the recursive definition multiplies.
+  double expected = 1.0;
+  for (int k = 2; k <= 170; ++k) expected = k * expected;
+  EXPECT_EQ(CGaussianBlur::Factorial(170.0), expected);
+  EXPECT_EQ(CGaussianBlur::Factorial(4.5), 4.5 * (3.5 * (2.5 * 1.5)));
+  EXPECT_EQ(CGaussianBlur::Factorial(171.0), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(CGaussianBlur::Factorial(1e300), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(CGaussianBlur::Factorial(std::numeric_limits<double>::infinity()),
+            std::numeric_limits<double>::infinity());
+  EXPECT_EQ(CGaussianBlur::Factorial(-1e300), 1.0);
+  EXPECT_TRUE(std::isnan(CGaussianBlur::Factorial(std::numeric_limits<double>::quiet_NaN())));
+  // A binomial row past the finite factorials is not finite, and costs no recursion.
+  const cv::Mat row = CGaussianBlur::BinomialKernel(200);
+  ASSERT_EQ(row.cols, 201);
+  EXPECT_FALSE(std::isfinite(row.at<float>(0, 100)));
+  ExpectCvError([] { CGaussianBlur::BinomialKernel(-2); }, cv::Error::StsOutOfRange,
+                "the binomial order must lie in 0 .. INT_MAX - 1", "CGaussianBlur::BinomialKernel");
+  ExpectCvError([] { CGaussianBlur::BinomialKernel(std::numeric_limits<int>::max()); },
+                cv::Error::StsOutOfRange, "the binomial order must lie in 0 .. INT_MAX - 1",
+                "CGaussianBlur::BinomialKernel");
+}
+
+TEST(GaussianBlur, NegativeSigmaIsAClearErrorNotAnOverflow) {
+  for (const int sigma : {-1, -7, std::numeric_limits<int>::min()}) {
+    ExpectCvError([sigma] { CGaussianBlur blur(sigma); }, cv::Error::StsOutOfRange,
+                  "a negative sigma gives a kernel without taps",
+                  "CGaussianBlur::GaussianKernel2D");
+  }
+}
+
+TEST(GaussianBlur, KernelEpsilonOutsideZeroToOneIsRefused) {
+  CGaussianBlur blur(2);
+  for (const double epsilon : {0.0, -1.0, 1.0, 2.0, std::numeric_limits<double>::quiet_NaN(),
+                               std::numeric_limits<double>::infinity()}) {
+    ExpectCvError([&] { blur.GaussianKernel2D(3.0, epsilon); }, cv::Error::StsOutOfRange,
+                  "epsilon must lie strictly between 0 and 1", "CGaussianBlur::GaussianKernel2D");
+    // The object keeps the kernels of sigma 2.
+    EXPECT_EQ(blur.RowKernel().cols, 21);
+  }
+  ExpectCvError([&] { blur.GaussianKernel2D(std::numeric_limits<double>::quiet_NaN(), 3e-5); },
+                cv::Error::StsBadArg, "sigma is not a number", "CGaussianBlur::GaussianKernel2D");
+  // A huge real sigma is capped like a huge integer one.
+  EXPECT_EQ(blur.GaussianKernel2D(1e300, 3e-5).cols, 201);
+  EXPECT_EQ(blur.GaussianKernel2D(std::numeric_limits<double>::infinity(), 3e-5).cols, 201);
 }
 
 }  // namespace

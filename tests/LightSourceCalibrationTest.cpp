@@ -2,6 +2,7 @@
 // nominal level at the exposure, and inputs that cannot be measured are not available.
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <opencv2/core.hpp>
 
 #include "LightSourceCalibration.h"
@@ -34,6 +35,28 @@ TEST(LightSourceCalibration, UnusableInputsAreNotAvailable) {
   EXPECT_EQ(CLightSourceCalibration::Factor(cv::Mat(8, 8, CV_32FC2, cv::Scalar::all(1))), -1.0f);
   EXPECT_EQ(CLightSourceCalibration::Factor(cv::Mat(1, 8, CV_32F, cv::Scalar(1))), -1.0f);
   EXPECT_EQ(CLightSourceCalibration::Factor(cv::Mat(8, 8, CV_32F, cv::Scalar(1)), 0.0), -1.0f);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(LightSourceCalibration, NonFiniteCentralMeanIsNotAvailable) {
+  cv::Mat field(40, 40, CV_32F, cv::Scalar(19816.0));
+  const cv::Mat before = field.clone();
+  ASSERT_EQ(CLightSourceCalibration::Factor(field), 0.9908f);
+  // One NaN in the centre: a NaN factor would pass every threshold check.
+  field.at<float>(20, 20) = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(CLightSourceCalibration::Factor(field), -1.0f);
+  field.setTo(std::numeric_limits<float>::quiet_NaN());
+  EXPECT_EQ(CLightSourceCalibration::Factor(field), -1.0f);
+  before.copyTo(field);
+  field.at<float>(15, 25) = std::numeric_limits<float>::infinity();
+  EXPECT_EQ(CLightSourceCalibration::Factor(field), -1.0f);
+  // A NaN outside the central region does not matter.
+  before.copyTo(field);
+  field.at<float>(0, 0) = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(CLightSourceCalibration::Factor(field), 0.9908f);
 }
 
 }  // namespace

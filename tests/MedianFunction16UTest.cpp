@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <ostream>
 #include <string>
@@ -455,5 +456,80 @@ INSTANTIATE_TEST_SUITE_P(MedianFunction16U, LargeImage,
                          ::testing::Values(LargeCase{300, 300, 1}, LargeCase{300, 1, 40},
                                            LargeCase{1, 300, 40}, LargeCase{81, 81, 40},
                                            LargeCase{300, 300, 8}, LargeCase{257, 300, 17}));
+
+}  // namespace
+
+namespace {
+
+TEST(MedianFunction16U, RadiusBeyondTheImageCostsNoMoreThanTheImage) {
+  // Radii of 20000, 2^30 and INT_MAX on a 16 x 16 image are the radius-22 disc (22 > the
+  // diagonal of 21.2), computed with scratch and work bounded by the image.
+  datagen::Random rng(1017);
+  const cv::Mat src = testimages::RandomImage(rng, 16, 16, testimages::Values::kUniform);
+  const cv::Mat before = src.clone();
+  const cv::Mat covering = oracle::DiscMedian(src, 22);
+  for (const int radius : {22, 20000, 40000, 1 << 30, std::numeric_limits<int>::max()}) {
+    EXPECT_TRUE(Equal(Fast(src, radius), covering)) << radius;
+  }
+  EXPECT_TRUE(Equal(src, before));
+  // A long row: the disc reaches only along the row.
+  const cv::Mat row = testimages::RandomImage(rng, 1, 200, testimages::Values::kHigh);
+  const cv::Mat rowCovering = oracle::DiscMedian(row, 199);
+  EXPECT_TRUE(Equal(Fast(row, 1 << 30), rowCovering));
+  EXPECT_TRUE(Equal(Fast(row.t(), std::numeric_limits<int>::max()), rowCovering.t()));
+  // The cosmic-ray filter's pruned path takes the same bound.
+  cv::Mat spots = src.clone();
+  const CFilterCosmicRay huge(1 << 30, 100);
+  const CFilterCosmicRay bounded(22, 100);
+  cv::Mat a;
+  cv::Mat b;
+  huge.Process(spots, a, cv::Mat());
+  bounded.ProcessReference(spots, b, cv::Mat());
+  EXPECT_TRUE(Equal(a, b));
+}
+
+TEST(MedianFunction16U, BoundedRadiusIsTheImageDiagonalRoundedUp) {
+  EXPECT_EQ(MedianFunction_16U::BoundedRadius(20000, 16, 16), 22);
+  EXPECT_EQ(MedianFunction_16U::BoundedRadius(10, 16, 16), 10);
+  EXPECT_EQ(MedianFunction_16U::BoundedRadius(1 << 30, 1, 200), 199);
+  EXPECT_EQ(MedianFunction_16U::BoundedRadius(1 << 30, 1, 1), 1);
+  EXPECT_EQ(MedianFunction_16U::BoundedRadius(std::numeric_limits<int>::max(), 3, 4), 4);
+  EXPECT_EQ(MedianFunction_16U::ScratchSize(1 << 30, 16, 16), 256u);
+  EXPECT_EQ(MedianFunction_16U::ScratchSize(2, 16, 16), 25u);
+}
+
+TEST(MedianFunction16U, DiscHalfWidthsOfLargeRadiiFollowTheMembershipTest) {
+  for (const int radius : {37, 500, 1999}) {
+    const std::vector<int> halfWidths = MedianFunction_16U::DiscHalfWidths(radius);
+    for (int dy = -radius; dy <= radius; ++dy) {
+      // The largest dx whose offset is a member, by the membership test itself.
+      int dx = 0;
+      while (dx < radius && 4.0 * ((dx + 1.0) * (dx + 1.0) + 1.0 * dy * dy) <=
+                                (2.0 * radius + 1) * (2.0 * radius + 1)) {
+        ++dx;
+      }
+      ASSERT_EQ(halfWidths[static_cast<std::size_t>(dy + radius)], dx) << radius << " " << dy;
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(MedianFunction16U, SelectMedianOfNoSampleIsAnErrorNotAReadBeforeTheBuffer) {
+  unsigned short samples[3] = {5, 1, 9};
+  for (const int count : {0, -1}) {
+    const cv::Exception e =
+        CaptureError([&] { MedianFunction_16U::SelectMedian(samples + 1, count); });
+    EXPECT_EQ(e.code, cv::Error::StsBadArg);
+    EXPECT_EQ(e.err, "the median needs at least one sample");
+    EXPECT_EQ(e.func, "MedianFunction_16U::SelectMedian");
+  }
+  EXPECT_EQ(samples[0], 5);
+  EXPECT_EQ(MedianFunction_16U::SelectMedian(samples, 3), 5);
+  unsigned short one = 7;
+  EXPECT_EQ(MedianFunction_16U::SelectMedian(&one, 1), 7);
+}
 
 }  // namespace

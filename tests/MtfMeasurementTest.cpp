@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <opencv2/imgproc.hpp>
 #include <tuple>
 
@@ -504,6 +505,62 @@ TEST(MtfMeasurement, FallingEdgeIsFittedThroughTheNegatedKernel) {
   float fallingSlope = 0.0f;
   ASSERT_TRUE(m.FitEdge(falling, cv::Range(0, 0), fallingSlope));
   EXPECT_NEAR(fallingSlope, -risingSlope, 1e-3);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(MtfMeasurement, EdgeWithNonFiniteSamplesIsNotMeasured) {
+  const cv::Mat clean = datagen::RenderSlantedEdge(Edge(5.0, true, false));
+  CMtfMeasurement m;
+  MtfResult reference;
+  ASSERT_TRUE(m.MeasureEdge(clean, reference));
+  for (const double bad :
+       {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(),
+        -std::numeric_limits<double>::infinity()}) {
+    cv::Mat image = clean.clone();
+    image.at<double>(40, 30) = bad;
+    image.at<double>(120, 70) = bad;
+    MtfResult result = reference;
+    float slope = 7.0f;
+    EXPECT_FALSE(m.MeasureEdge(image, result, &slope)) << bad;
+    // Failure leaves the caller's result and slope as they were.
+    EXPECT_EQ(result.esf.values, reference.esf.values);
+    EXPECT_EQ(result.efficiency, reference.efficiency);
+    EXPECT_EQ(slope, 7.0f);
+    cv::Mat prepared;
+    EXPECT_FALSE(m.LocateEdge(image, prepared, slope));
+  }
+  cv::Mat floats;
+  clean.convertTo(floats, CV_32F);
+  floats.at<float>(100, 50) = std::numeric_limits<float>::quiet_NaN();
+  MtfResult result;
+  EXPECT_FALSE(m.MeasureEdge(floats, result));
+}
+
+TEST(MtfMeasurement, TwoChannelImagesAreMeasuredThroughTheMeanOfTheirChannels) {
+  cv::Mat edge8;
+  datagen::RenderSlantedEdge(Edge(5.0, true, false)).convertTo(edge8, CV_8U, 0.025);
+  // The mean of an edge and a copy of itself is the edge.
+  cv::Mat pair;
+  cv::merge(std::vector<cv::Mat>{edge8, edge8}, pair);
+  CMtfMeasurement m;
+  MtfResult fromPair;
+  MtfResult fromGrey;
+  ASSERT_TRUE(m.MeasureEdge(pair, fromPair));
+  ASSERT_TRUE(m.MeasureEdge(edge8, fromGrey));
+  EXPECT_EQ(fromPair.esf.values, fromGrey.esf.values);
+  EXPECT_EQ(fromPair.cutFrequency, fromGrey.cutFrequency);
+  // And a chart measured as a two-channel image throws nothing.
+  cv::Mat chartPair;
+  const cv::Mat chart = RenderChart({300, 300}, {{{150, 150}, 100, 5.0}});
+  cv::merge(std::vector<cv::Mat>{chart, chart}, chartPair);
+  const MtfTargetMap fromChart = m.MeasureTargets(chart);
+  const MtfTargetMap fromChartPair = m.MeasureTargets(chartPair);
+  ASSERT_EQ(fromChartPair.size(), fromChart.size());
+  EXPECT_EQ(CMtfMeasurement::MeanEfficiency(fromChartPair),
+            CMtfMeasurement::MeanEfficiency(fromChart));
 }
 
 }  // namespace

@@ -241,6 +241,20 @@ TEST(Mtf, CrossingFewerThanTwoSamplesHaveNoCrossing) {
   EXPECT_DOUBLE_EQ(MtfCrossing(WithCurve({1.0, 0.0}, {0.0, 0.5}), 0.1), 0.45);
 }
 
+TEST(Mtf, CrossingBeyondAShorterFrequencyAxisIsNotAvailable) {
+  // The curve falls to 0.1 between samples 3 and 4; the axis ends at sample 2 or 3.
+  const std::vector<double> curve = {1.0, 0.8, 0.6, 0.4, 0.05, 0.01};
+  EXPECT_EQ(MtfCrossing(WithCurve(curve, {0.0, 0.1, 0.2}), 0.1), -1.0);
+  EXPECT_EQ(MtfCrossing(WithCurve(curve, {0.0, 0.1, 0.2, 0.3}), 0.1), -1.0);
+  EXPECT_EQ(MtfCrossing(WithCurve(curve, {}), 0.1), -1.0);
+  // Exactly on a sample past the axis.
+  EXPECT_EQ(MtfCrossing(WithCurve({1.0, 0.5, 0.1}, {0.0, 0.1}), 0.1), -1.0);
+  // Long enough, it interpolates as usual.
+  EXPECT_DOUBLE_EQ(MtfCrossing(WithCurve(curve, {0.0, 0.1, 0.2, 0.3, 0.4}), 0.4), 0.3);
+  EXPECT_DOUBLE_EQ(MtfCrossing(WithCurve(curve, {0.0, 0.1, 0.2, 0.3, 0.4}), 0.1),
+                   0.3 + 0.1 * (0.3 / 0.35));
+}
+
 MtfResult WithLsf(std::vector<double> lsf) {
   MtfResult result;
   result.lsf = Profile(std::move(lsf));

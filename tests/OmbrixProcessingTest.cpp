@@ -196,3 +196,24 @@ TEST(OmbrixProcessing, DefectMapOfTheLastCountThroughTheLoadedModule) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(OmbrixProcessing, TechnicianFigureNeverThrowsOnImagesOpenCvCannotMeasure) {
+  COmbrixProcessing plugin;
+  const cv::Mat chart = cv::imread(kData + "FTM.tif", cv::IMREAD_UNCHANGED);
+  ASSERT_FALSE(chart.empty());
+  ASSERT_EQ(chart.channels(), 1);
+  // Two channels (a grey chart and a copy of it) measure as the chart itself.
+  cv::Mat pair;
+  cv::merge(std::vector<cv::Mat>{chart, chart}, pair);
+  const float figure = plugin.ComputeMtf(chart);
+  ASSERT_GT(figure, 0.0f);
+  EXPECT_EQ(plugin.ComputeMtf(pair), figure);
+  // A 3-D matrix cannot be measured at all.
+  const int sizes[] = {4, 64, 64};
+  const cv::Mat cube(3, sizes, CV_8U, cv::Scalar(100));
+  EXPECT_EQ(plugin.ComputeMtf(cube), -1.0f);
+}
+
+}  // namespace

@@ -59,3 +59,26 @@ TEST(RobustStatistics, EvenCountMedianIsTheMeanOfTheTwoMiddleValues) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(RobustStatistics, ImagesThatAreNotFloatAreRefusedBeforeBeingRead) {
+  const int sizes[] = {2, 2, 2};
+  for (const cv::Mat& image :
+       {cv::Mat(4, 4, CV_8UC1, cv::Scalar(1)), cv::Mat(4, 4, CV_16UC1, cv::Scalar(1)),
+        cv::Mat(3, sizes, CV_32FC1, cv::Scalar(1))}) {
+    double median = 5.0, noise = 6.0;
+    try {
+      CRobustStatistics::OfImage(image, median, noise);
+      ADD_FAILURE() << "an image of type " << image.type() << " went through";
+    } catch (const cv::Exception& e) {
+      EXPECT_EQ(e.code, cv::Error::StsUnsupportedFormat);
+      EXPECT_EQ(e.err, "the image must be 2-D, 32-bit float, one channel");
+      EXPECT_EQ(e.func, "CRobustStatistics::OfImage");
+    }
+    EXPECT_EQ(median, 5.0);
+    EXPECT_EQ(noise, 6.0);
+  }
+}
+
+}  // namespace

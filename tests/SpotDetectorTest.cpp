@@ -16,6 +16,7 @@
 
 #include "CvErrors.h"
 #include "LabellingReference.h"
+#include "OmbrixProcessing.h"
 #include "ProcessingHelpers.h"
 #include "Random.h"
 #include "SpotDetector.h"
@@ -324,6 +325,27 @@ TEST(SpotDetector, UnknownModesAndInvalidParametersAreRefused) {
     EXPECT_FALSE(detector.Configure(p));
     EXPECT_EQ(detector.Parameters().minControlPeak, 1234);
   }
+}
+
+TEST(SpotDetector, OutOfRangeCosmicRayRadiusIsRefusedAndThePreviousParametersKept) {
+  CSpotDetector detector;
+  AlgoParameters previous = Parameters(true);
+  previous.cosmicRayRadius = 7;
+  ASSERT_TRUE(detector.Configure(previous));
+  for (const std::int32_t radius : {51, 1000000, std::numeric_limits<std::int32_t>::max()}) {
+    AlgoParameters p = Parameters(true);
+    p.cosmicRayRadius = radius;
+    EXPECT_FALSE(detector.Configure(p)) << radius;
+    EXPECT_EQ(detector.Parameters().cosmicRayRadius, 7);
+  }
+  AlgoParameters largest = Parameters(true);
+  largest.cosmicRayRadius = CSpotDetector::kMaxCosmicRayRadius;
+  EXPECT_TRUE(detector.Configure(largest));
+  // Through the plug-in: the refused record leaves detection as configured before.
+  COmbrixProcessing plugin;
+  AlgoParameters huge = Parameters(true);
+  huge.cosmicRayRadius = 1000000;
+  EXPECT_FALSE(plugin.SetAlgoParameters(huge));
 }
 
 TEST(SpotDetector, TheHostRecordMeansWhatTheDetectorDocuments) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
+#include <limits>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <vector>
@@ -316,13 +318,12 @@ TEST(TargetDetection, EachRunStartsFromEmptyLists) {
 TEST(TargetDetection, OpenCvErrorsPassToTheCaller) {
   TargetDetectionSettings settings;
   std::vector<ContourRecord> targets;
-  // Two channels are no colour image for cv::cvtColor.
-  try {
-    DetectTargets(settings, targets, cv::Mat(50, 50, CV_8UC2, cv::Scalar(1, 2)));
-    ADD_FAILURE() << "a two-channel image went through";
-  } catch (const cv::Exception& e) {
-    EXPECT_EQ(e.code, cv::Error::StsError);
-  }
+  // A 3-D matrix is no image for edge detection.
+  const int sizes[] = {3, 50, 50};
+  EXPECT_THROW(DetectTargets(settings, targets, cv::Mat(3, sizes, CV_8UC1, cv::Scalar(1))),
+               cv::Exception);
+  EXPECT_THROW(DetectTargets(settings, targets, cv::Mat(3, sizes, CV_16UC1, cv::Scalar(1))),
+               cv::Exception);
 }
 
 TEST(TargetDetection, EmptyImageGivesNoTargets) {
@@ -491,6 +492,92 @@ TEST(TargetDetection, EveryCriterionCopiesItsSurvivorsToAccepted) {
   DetectTargets(rhombus, targets, Drawn(700, Rhombus({350, 350}, 300, 81.0)));
   EXPECT_TRUE(targets.empty());
   EXPECT_EQ(rhombus.contours.accepted.size(), 4u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(TargetDetection, InfiniteOrNanSampleDoesNotDecideTheStretch) {
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({200, 200}, 150, 5.0);
+  cv::Mat chart = WhiteChart(400, 400, CV_32FC1, 0.53);
+  Fill(chart, square, 0.5);
+  for (const float bad :
+       {std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(),
+        std::numeric_limits<float>::quiet_NaN()}) {
+    cv::Mat damaged = chart.clone();
+    damaged.at<float>(10, 10) = bad;
+    const cv::Mat before = damaged.clone();
+    TargetDetectionSettings settings = AllTilts();
+    std::vector<ContourRecord> targets;
+    DetectTargets(settings, targets, damaged);
+    ASSERT_EQ(targets.size(), 1u) << bad;
+    EXPECT_LT(CornerError(targets[0], square), 3.0);
+    // The caller's image, NaN included, is left as it was.
+    EXPECT_EQ(std::memcmp(damaged.data, before.data, damaged.total() * damaged.elemSize()), 0);
+  }
+  // The finite samples alone give the same result as the undamaged chart.
+  cv::Mat withInf = chart.clone();
+  withInf.at<float>(399, 0) = std::numeric_limits<float>::infinity();
+  TargetDetectionSettings a = AllTilts();
+  TargetDetectionSettings b = AllTilts();
+  std::vector<ContourRecord> clean;
+  std::vector<ContourRecord> damaged;
+  DetectTargets(a, clean, chart);
+  DetectTargets(b, damaged, withInf);
+  ASSERT_EQ(clean.size(), 1u);
+  ASSERT_EQ(damaged.size(), 1u);
+  EXPECT_EQ(Sorted(clean[0].points), Sorted(damaged[0].points));
+}
+
+TEST(TargetDetection, NanOrHugeScaleIsAClearErrorNotAnOverflow) {
+  cv::Mat chart = WhiteChart(400, 400);
+  Fill(chart, datagen::SquareCorners({200, 200}, 150, 5.0), 30.0);
+  for (const double scale : {std::numeric_limits<double>::quiet_NaN(), 0.0, -2.0,
+                             std::numeric_limits<double>::infinity()}) {
+    TargetDetectionSettings settings = AllTilts();
+    settings.scale = scale;
+    std::vector<ContourRecord> targets(3);
+    try {
+      DetectTargets(settings, targets, chart);
+      ADD_FAILURE() << "scale " << scale << " went through";
+    } catch (const cv::Exception& e) {
+      EXPECT_EQ(e.code, cv::Error::StsBadArg);
+      EXPECT_EQ(e.err, "scale must be finite and positive");
+      EXPECT_EQ(e.func, "DetectTargets");
+    }
+    EXPECT_EQ(targets.size(), 3u);
+  }
+  // A kept scale of 1e300 (no resize) would take every vertex far beyond int.
+  TargetDetectionSettings settings = AllTilts();
+  settings.scale = 1e300;
+  std::vector<ContourRecord> targets;
+  try {
+    DetectTargets(settings, targets, chart);
+    ADD_FAILURE() << "a huge scale went through";
+  } catch (const cv::Exception& e) {
+    EXPECT_EQ(e.code, cv::Error::StsOutOfRange);
+  }
+  EXPECT_TRUE(targets.empty());
+  // A large but representable scale still works.
+  settings.scale = 1000.0;
+  DetectTargets(settings, targets, chart);
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_GT(targets[0].points[0].x, 1000 * 100);
+}
+
+TEST(TargetDetection, TwoChannelImagesAreDetectedThroughTheMeanOfTheirChannels) {
+  const std::vector<cv::Point2d> square = datagen::SquareCorners({200, 200}, 150, 5.0);
+  cv::Mat grey = WhiteChart(400, 400, CV_8UC1, 230.0);
+  Fill(grey, square, 30.0);
+  // The second channel a flat 100: the mean keeps the square's step.
+  cv::Mat pair;
+  cv::merge(std::vector<cv::Mat>{grey, cv::Mat(400, 400, CV_8UC1, cv::Scalar(100))}, pair);
+  TargetDetectionSettings settings = AllTilts();
+  std::vector<ContourRecord> targets;
+  DetectTargets(settings, targets, pair);
+  ASSERT_EQ(targets.size(), 1u);
+  EXPECT_LT(CornerError(targets[0], square), 3.0);
 }
 
 }  // namespace

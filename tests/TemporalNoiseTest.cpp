@@ -495,3 +495,54 @@ TEST_F(TemporalNoiseData, RegionStatisticMatchesPlainDoubleArithmetic) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(TemporalNoise, EmptyOrThreeDimensionalFramesAreRefusedWhenAdded) {
+  const char* const kEmptyMessage = "Frames must be non-empty two-dimensional images";
+  const int sizes[] = {2, 3, 4};
+  for (const bool seriesEmpty : {true, false}) {
+    CTemporalNoise noise;
+    if (!seriesEmpty) noise.AddImage(cv::Mat(4, 5, CV_16U, cv::Scalar(1)));
+    const std::size_t before = noise.Images().size();
+    EXPECT_EQ(InvalidArgumentMessage([&] { noise.AddImage(cv::Mat()); }), kEmptyMessage);
+    EXPECT_EQ(InvalidArgumentMessage([&] { noise.AddImage(cv::Mat(0, 5, CV_16U)); }),
+              kEmptyMessage);
+    EXPECT_EQ(InvalidArgumentMessage([&] { noise.AddImage(cv::Mat(3, sizes, CV_16U)); }),
+              kEmptyMessage);
+    EXPECT_EQ(noise.Images().size(), before);
+  }
+  // The channel check still speaks first.
+  CTemporalNoise noise;
+  EXPECT_EQ(InvalidArgumentMessage([&] { noise.AddImage(cv::Mat(0, 0, CV_16UC3)); }),
+            kChannelMessage);
+}
+
+TEST(TemporalNoise, ExceptionOfTheStatisticReachesTheCallerOfCompute) {
+  CTemporalNoise noise;
+  for (int k = 0; k < 3; ++k) noise.AddImage(cv::Mat(6, 6, CV_16U, cv::Scalar(k)));
+  std::atomic<int> calls{0};
+  const CTemporalNoise::Statistic throwing = [&calls](Values& values) -> float {
+    ++calls;
+    if (values.size() == 3) throw std::runtime_error("statistic failed");
+    return 0.0f;
+  };
+  try {
+    noise.Compute(throwing);
+    ADD_FAILURE() << "no exception reached the caller";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(), "statistic failed");
+  }
+  // Every worker ran until its first failure; the series can still be computed.
+  EXPECT_EQ(calls.load(), CTemporalNoise::kWorkers);
+  const cv::Mat result =
+      noise.Compute(std::bind(&CTemporalNoise::StandardDeviation, &noise, std::placeholders::_1));
+  EXPECT_EQ(result.at<float>(0, 0), 1.0f);
+  // The exception keeps its own type.
+  const CTemporalNoise::Statistic outOfRange = [](Values&) -> float {
+    throw std::out_of_range("one pixel");
+  };
+  EXPECT_THROW(noise.Compute(outOfRange), std::out_of_range);
+}
+
+}  // namespace

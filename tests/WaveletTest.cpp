@@ -441,3 +441,40 @@ TEST(Wavelet, ExtensionRegionOfTheWrongSizeThrows) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Wavelet, DecomposeThreeDimensionalRegionThrowsInsteadOfBeingIgnored) {
+  CWavelet wavelet(kB3, 4.0f);
+  wavelet.Decompose(Scene(60, 60, 6), 0, cv::Mat());
+  const std::vector<cv::Mat> details = wavelet.Details();
+  const int sizes[] = {60, 60, 1};
+  const cv::Mat region(3, sizes, CV_8U, cv::Scalar(255));
+  EXPECT_THROW(wavelet.Decompose(Scene(60, 60, 7), 0, region), cv::Exception);
+  ASSERT_EQ(wavelet.Details().size(), 7u);
+  for (size_t i = 0; i < details.size(); ++i) {
+    EXPECT_EQ(wavelet.Details()[i].data, details[i].data) << i;
+  }
+}
+
+TEST(Wavelet, StructuresIntegerBaseStillGivesAFloatResult) {
+  CWavelet wavelet(kB3, 4.0f);
+  wavelet.Decompose(Scene(64, 64, 18), 0, cv::Mat());
+  const cv::Mat mask = cv::Mat::ones(64, 64, CV_8U);
+  const cv::Mat withoutBase = Structures(wavelet, 3.0f, mask);
+  for (const int type : {CV_8U, CV_16U, CV_16S, CV_32S, CV_64F}) {
+    const cv::Mat base(64, 64, type, cv::Scalar(100));
+    const cv::Mat out = Structures(wavelet, 3.0f, mask, base);
+    ASSERT_EQ(out.type(), CV_32FC1) << type;
+    // The planes add to the base: the result is the base's 100 above the base-less one.
+    EXPECT_LT(MaxAbsDiff(out, withoutBase + 100.0), 1e-3) << type;
+  }
+  cv::Mat out;
+  EXPECT_THROW(wavelet.ExtractStructures(out, 0, 3.0f, mask, cv::Mat(32, 64, CV_32F)),
+               cv::Exception);
+  EXPECT_THROW(wavelet.ExtractStructures(out, 0, 3.0f, mask, cv::Mat(64, 64, CV_32FC2)),
+               cv::Exception);
+  EXPECT_TRUE(out.empty());
+}
+
+}  // namespace

@@ -15,18 +15,9 @@ constexpr const char* kMedianBlurName = "CFilterCosmicRay::MedianBlur";
 constexpr int kBadArgLine = 90;
 constexpr int kNotImplementedLine = 106;
 
-bool MaskIsEmpty(const cv::Mat& mask) {
-  return !(mask.data != nullptr && mask.rows >= 1 && mask.cols >= 1);
-}
-
-// A disc of radius rows + cols or more holds the whole image around every pixel (its farthest
-// pixel is less than rows + cols away), so every larger radius gives the same gathered samples in
-// the same order: bounding the radius there changes no result and keeps the per-radius tables
-// and buffers (2r + 1 half-widths, (2r + 1)^2 gathered samples) within the image's size.
-int EffectiveRadius(int radius, const cv::Mat& src) {
-  const long long bound = static_cast<long long>(src.rows) + src.cols;
-  return static_cast<int>(std::min<long long>(radius, std::max<long long>(bound, 1)));
-}
+// A mask with data and at least one element is a mask, whatever its dimensions: a 3-D matrix
+// (whose rows and cols read -1) must reach the size check and fail there, not be ignored.
+bool MaskIsEmpty(const cv::Mat& mask) { return mask.data == nullptr || mask.total() == 0; }
 
 // The cosmic-ray filter from radius 3 on 16-bit single-channel data, computing the median only
 // where a pixel can be an outlier. Inside the image a disc holds an odd count, so its median is
@@ -42,7 +33,7 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
         dst_(dst),
         mask_(mask),
         replaced_(replaced),
-        radius_(radius),
+        radius_(MedianFunction_16U::BoundedRadius(radius, src.cols, src.rows)),
         threshold_(threshold),
         median_(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
                 static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows, radius, 16) {}
@@ -53,9 +44,7 @@ class OutlierFunction_16U : public cv::ParallelLoopBody {
     const int height = src_.rows;
     const int diameter = 2 * r + 1;
     const std::vector<int> halfWidths = MedianFunction_16U::DiscHalfWidths(r);
-    // A gathered disc is cut to the image, so it never holds more samples than the image.
-    std::vector<unsigned short> scratch(
-        static_cast<std::size_t>(std::min(diameter, height)) * std::min(diameter, width), 0);
+    std::vector<unsigned short> scratch(MedianFunction_16U::ScratchSize(r, width, height), 0);
     std::unique_ptr<DiscHistogram> hist;
 
     // Rows and columns whose disc lies wholly inside the image.
@@ -197,8 +186,8 @@ void CFilterCosmicRay::MedianBlur(const cv::Mat& src, cv::Mat& dst, int radius) 
               kNotImplementedLine);
   }
   const MedianFunction_16U body(dst.data, src.data, static_cast<std::uint32_t>(dst.step[0]),
-                                static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows,
-                                EffectiveRadius(radius, src), 16);
+                                static_cast<std::uint32_t>(src.step[0]), src.cols, src.rows, radius,
+                                16);
   cv::parallel_for_(cv::Range(0, src.rows), body, static_cast<double>(cv::getNumThreads() - 1));
 }
 
@@ -263,8 +252,7 @@ void CFilterCosmicRay::Run(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask
   cv::Mat out;
   source.copyTo(out);
   if (replaced != nullptr) *replaced = cv::Mat::zeros(source.rows, source.cols, CV_8UC1);
-  const OutlierFunction_16U body(source, out, selection, replaced, EffectiveRadius(radius_, source),
-                                 threshold_);
+  const OutlierFunction_16U body(source, out, selection, replaced, radius_, threshold_);
   cv::parallel_for_(cv::Range(0, source.rows), body, std::max(cv::getNumThreads(), 1));
   dst = out;
 }

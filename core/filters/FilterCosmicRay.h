@@ -26,8 +26,7 @@ class CFilterCosmicRay {
   void ProcessReference(const cv::Mat& src, cv::Mat& dst, const cv::Mat& mask) const;
 
   // Median over the disc of the given radius (dx^2 + dy^2 <= (radius + 0.5)^2), cut at the image
-  // edge rather than padded. 16-bit unsigned single-channel only; dst may not alias src. A radius
-  // of rows + cols or more takes the whole image around every pixel; larger ones cost no more.
+  // edge rather than padded. 16-bit unsigned single-channel only; dst may not alias src.
   static void MedianBlur(const cv::Mat& src, cv::Mat& dst, int radius);
 
   int Radius() const { return radius_; }

@@ -8,6 +8,7 @@
 
 class CGaussianBlur {
  public:
+  // Builds the kernels; cv::Exception for a negative sigma (see GaussianKernel2D).
   explicit CGaussianBlur(int sigma);
   virtual ~CGaussianBlur() = default;
 
@@ -23,9 +24,13 @@ class CGaussianBlur {
   // Rebuilds every kernel for the current sigma.
   void BuildKernels();
   // Returns the normalised 2-D kernel and sets the row and column kernels and the scale.
+  // cv::Exception (object unchanged) for epsilon outside (0, 1), a NaN sigma or a negative sigma
+  // (no tap); sigma 0 gives one NaN tap (0 / 0), any huge sigma the capped 201 taps.
   cv::Mat GaussianKernel2D(double sigma, double epsilon);
-  // 1 x (n + 1) float row of binomial coefficients n! / (k! (n - k)!).
+  // 1 x (n + 1) float row of binomial coefficients n! / (k! (n - k)!), NaN or inf from n = 171 on
+  // where the factorials overflow. cv::Exception for n < 0 or n = INT_MAX.
   static cv::Mat BinomialKernel(int n);
+  // x (x - 1) (x - 2) ... down to a factor of 1 or less; +inf from 171 on, NaN for NaN.
   static double Factorial(double x);
 
   const cv::Mat& Kernel2D() const { return kernel2D_; }

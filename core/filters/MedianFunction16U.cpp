@@ -45,20 +45,47 @@ bool MedianFunction_16U::StepsValid() const {
   return rowBytes <= dstStep_ && rowBytes <= srcStep_;
 }
 
+namespace {
+
+// The disc's membership test for one sample offset.
+bool InDisc(int dx, int dy, int radius) {
+  const double ddx = dx;
+  const double ddy = dy;
+  return std::sqrt(ddx * ddx + ddy * ddy) - 0.5 <= radius;
+}
+
+}  // namespace
+
 std::vector<int> MedianFunction_16U::DiscHalfWidths(int radius) {
   std::vector<int> halfWidths(static_cast<std::size_t>(2 * radius + 1));
   for (int dy = -radius; dy <= radius; ++dy) {
-    // The test is monotonic in |dx|, so each disc row is one run of columns.
-    int dx = 0;
-    while (dx < radius) {
-      const double ddx = dx + 1;
-      const double ddy = dy;
-      if (!(std::sqrt(ddx * ddx + ddy * ddy) - 0.5 <= radius)) break;
-      ++dx;
-    }
+    // The test is monotonic in |dx|, so each disc row is one run of columns; its end is estimated
+    // from the circle and then settled by the test itself, so that large radii cost O(radius).
+    const double reach = radius + 0.5;
+    const double left = reach * reach - static_cast<double>(dy) * dy;
+    int dx =
+        left > 0.0 ? static_cast<int>(std::min<double>(radius, std::floor(std::sqrt(left)))) : 0;
+    while (dx > 0 && !InDisc(dx, dy, radius)) --dx;
+    while (dx < radius && InDisc(dx + 1, dy, radius)) ++dx;
     halfWidths[static_cast<std::size_t>(dy + radius)] = dx;
   }
   return halfWidths;
+}
+
+int MedianFunction_16U::BoundedRadius(int radius, int width, int height) {
+  if (radius <= 1 || width < 1 || height < 1) return radius;
+  // Every offset within the image is at most this far from the centre, so a disc of this radius
+  // already holds the whole image around every pixel, as does any larger one.
+  const double diagonal =
+      std::hypot(static_cast<double>(width - 1), static_cast<double>(height - 1));
+  const int covering = std::max(1, static_cast<int>(std::ceil(diagonal)));
+  return std::min(radius, covering);
+}
+
+std::size_t MedianFunction_16U::ScratchSize(int radius, int width, int height) {
+  const long long diameter = 2LL * radius + 1;
+  return static_cast<std::size_t>(std::min<long long>(diameter, std::max(height, 0))) *
+         static_cast<std::size_t>(std::min<long long>(diameter, std::max(width, 0)));
 }
 
 int MedianFunction_16U::GatherDisc(int x, int y, const int* halfWidths,
@@ -78,6 +105,10 @@ int MedianFunction_16U::GatherDisc(int x, int y, const int* halfWidths,
 }
 
 unsigned short MedianFunction_16U::SelectMedian(unsigned short* samples, int count) {
+  if (count < 1 || samples == nullptr) {
+    cv::error(cv::Error::StsBadArg, "the median needs at least one sample",
+              "MedianFunction_16U::SelectMedian", __FILE__, __LINE__);
+  }
   ombrix::SelectNth(samples, samples + count / 2, samples + count);
   if (count % 2 == 1) return samples[count / 2];
   return static_cast<unsigned short>(samples[count / 2 - 1] & 0x7FFF);
@@ -194,10 +225,7 @@ void MedianFunction_16U::operator()(const cv::Range& rows) const {
   const int begin = std::max(rows.start, 0);
   const int end = std::min(rows.end, height_);
   if (begin >= end) return;
-  // A gathered disc is cut to the image, so it never holds more samples than the image.
-  const int diameter = 2 * radius_ + 1;
-  std::vector<unsigned short> scratch(
-      static_cast<std::size_t>(std::min(diameter, height_)) * std::min(diameter, width_), 0);
+  std::vector<unsigned short> scratch(ScratchSize(radius_, width_, height_), 0);
   const std::vector<int> halfWidths = DiscHalfWidths(radius_);
   DiscHistogram hist;
   for (int y = begin; y < end; ++y) {

@@ -65,7 +65,7 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
         srcStep_(srcStep),
         width_(width),
         height_(height),
-        radius_(radius),
+        radius_(BoundedRadius(radius, width, height)),
         bitDepth_(bitDepth) {}
   ~MedianFunction_16U() override = default;
 
@@ -77,15 +77,25 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // sqrt(dx^2 + dy^2) - 0.5 <= radius, the disc's membership test, for dy = -radius..radius.
   static std::vector<int> DiscHalfWidths(int radius);
 
+  // The radius that gives the same medians on a width x height image: radii beyond the image's
+  // diagonal cut every disc to the whole image, so they are brought down to it (the body does
+  // this itself). Keeps the work and the scratch bounded by the image, whatever the radius.
+  static int BoundedRadius(int radius, int width, int height);
+
+  // Entries a gathered disc can need on a width x height image: the disc's bounding square cut to
+  // the image.
+  static std::size_t ScratchSize(int radius, int width, int height);
+
   // The disc median at one pixel, the disc rows taken from DiscHalfWidths(radius) (no square root
-  // per window pixel) and gathered into scratch (at least min(2r+1, rows) x min(2r+1, cols)
-  // entries) in row-major order. Odd counts give the true median; even counts (only where the edge
-  // cuts the disc) give the entry before the middle after the selection with its top bit cleared.
+  // per window pixel) and gathered into scratch (at least ScratchSize entries) in row-major order.
+  // Odd counts give the true median; even counts (only where the edge cuts the disc) give the
+  // entry before the middle after the selection with its top bit cleared.
   unsigned short GatheredMedianAt(int x, int y, const int* halfWidths,
                                   unsigned short* scratch) const;
 
   // The two halves of GatheredMedianAt: the disc of (x, y), cut at the edge, copied into scratch
-  // in row-major order (returns the count), and the selection with the even-count rule.
+  // in row-major order (returns the count), and the selection with the even-count rule
+  // (cv::Exception StsBadArg for no samples).
   int GatherDisc(int x, int y, const int* halfWidths, unsigned short* scratch) const;
   static unsigned short SelectMedian(unsigned short* samples, int count);
 
@@ -97,9 +107,8 @@ class MedianFunction_16U : public cv::ParallelLoopBody {
   // Medians of row y for columns first..last (inclusive), any row and columns of the image,
   // written to out[0..last - first]. A sliding histogram holds the disc cut to the image: it
   // answers pixels whose cut disc holds an odd count (the true median, which is every full disc
-  // and about half of the cut ones); even counts are gathered into scratch (at least
-  // min(2r+1, rows) x min(2r+1, cols) entries) and selected like GatheredMedianAt. hist must be
-  // empty; it is left empty.
+  // and about half of the cut ones); even counts are gathered into scratch (at least ScratchSize
+  // entries) and selected like GatheredMedianAt. hist must be empty; it is left empty.
   void SlidingMedians(int y, int first, int last, const int* halfWidths, DiscHistogram& hist,
                       unsigned short* scratch, unsigned short* out) const;
 

@@ -17,9 +17,9 @@ std::vector<double> Dilate(const std::vector<double>& kernel) {
   return dilated;
 }
 
-bool HasPixels(const cv::Mat& image) {
-  return image.data != nullptr && image.rows >= 1 && image.cols >= 1;
-}
+// Data and at least one element, whatever the dimensions: a 3-D region (rows and cols of -1)
+// must reach the OpenCV calls and fail there rather than be taken as no region.
+bool HasPixels(const cv::Mat& image) { return image.data != nullptr && image.total() > 0; }
 
 }  // namespace
 
@@ -103,7 +103,16 @@ void CWavelet::ExtractStructures(cv::Mat& out, int /*reserved*/, float k, const 
 
   const cv::Mat& first = details_.front();
   cv::Mat sum = cv::Mat::zeros(first.size(), CV_MAKETYPE(CV_32F, first.channels()));
-  if (base.data != nullptr) base.copyTo(sum, mask);
+  if (base.data != nullptr) {
+    // copyTo would give sum the base's type; the result is float whatever the base's depth.
+    if (base.dims != 2 || base.size() != first.size() || base.channels() != first.channels()) {
+      cv::error(cv::Error::StsUnmatchedSizes, "base must match the planes' size and channels",
+                "CWavelet::ExtractStructures", __FILE__, __LINE__);
+    }
+    cv::Mat floatBase;
+    base.convertTo(floatBase, CV_32F);
+    floatBase.copyTo(sum, mask);
+  }
 
   cv::Mat weight;
   mask.convertTo(weight, sum.type(), 1.0, 0.0);

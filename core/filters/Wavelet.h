@@ -14,13 +14,15 @@ class CWavelet {
   virtual ~CWavelet() = default;
 
   // Seven levels of smoothing with the scaling kernel dilated by inserted zeros at every level.
-  // A non-empty region first extends the source radially outside it. An empty source changes
+  // A region with data first extends the source radially outside it (a region that does not fit,
+  // 3-D included, is a cv::Exception from the extension). An empty source changes
   // nothing; the planes of an earlier decomposition are replaced only when this one succeeds.
   void Decompose(const cv::Mat& src, int reserved, const cv::Mat& region);
 
   // Sum of the detail planes from the third on, each cleared below k times its noise level and
   // opened with an ellipse as wide as the scaling kernel; 32-bit float, zero outside the mask.
-  // base, when it holds data, is what the sum starts from inside the mask.
+  // base, when it holds data, is what the sum starts from inside the mask, converted to float; a
+  // base of another size or channel count than the planes is a cv::Exception.
   void ExtractStructures(cv::Mat& out, int reserved, float k, const cv::Mat& mask,
                          const cv::Mat& base) const;
 

@@ -60,9 +60,11 @@ double MaxCornerCosineOf(const std::vector<cv::Point>& p) {
   }
   double m = 0.0;
   for (std::size_t i = 2; i < n; ++i) {
-    const cv::Point d1i = p[i % n] - p[i - 1];
-    const cv::Point d2i = p[i - 2] - p[i - 1];
-    const double d1x = d1i.x, d1y = d1i.y, d2x = d2i.x, d2y = d2i.y;
+    // Differences in double: exact, and free of int overflow whatever the coordinates.
+    const double d1x = static_cast<double>(p[i % n].x) - p[i - 1].x;
+    const double d1y = static_cast<double>(p[i % n].y) - p[i - 1].y;
+    const double d2x = static_cast<double>(p[i - 2].x) - p[i - 1].x;
+    const double d2y = static_cast<double>(p[i - 2].y) - p[i - 1].y;
     const double cosine = (d1x * d2x + d1y * d2y) /
                           std::sqrt((d1x * d1x + d1y * d1y) * (d2x * d2x + d2y * d2y) + 1e-10);
     m = std::max(m, std::fabs(cosine));
@@ -103,6 +105,25 @@ double FoldedBoxAngleOf(const cv::RotatedRect& box) {
 
 namespace {
 
+// cv::isContourConvex multiplies coordinate differences in the points' own type: in int that
+// overflows once a difference exceeds 46340, so wider contours are tested as float points.
+bool IsConvex(const std::vector<cv::Point>& points) {
+  constexpr int kIntProductLimit = 23170;
+  const bool narrow = std::all_of(points.begin(), points.end(), [](const cv::Point& p) {
+    return std::abs(p.x) <= kIntProductLimit && std::abs(p.y) <= kIntProductLimit;
+  });
+  if (narrow) return cv::isContourConvex(points);
+  std::vector<cv::Point2f> wide(points.begin(), points.end());
+  return cv::isContourConvex(wide);
+}
+
+bool CoordinatesInRange(const std::vector<cv::Point>& points) {
+  return std::all_of(points.begin(), points.end(), [](const cv::Point& p) {
+    return std::abs(static_cast<long long>(p.x)) <= kMaxContourCoordinate &&
+           std::abs(static_cast<long long>(p.y)) <= kMaxContourCoordinate;
+  });
+}
+
 double CircleCentre(const std::vector<cv::Point>& points, bool y) {
   if (points.empty()) {
     return 0.0;
@@ -117,6 +138,12 @@ double CircleCentre(const std::vector<cv::Point>& points, bool y) {
 
 double ComputeFeature(const ContourRecord& record, ContourFeature feature) {
   const std::vector<cv::Point>& points = record.points;
+  // OpenCV's contour geometry works in float (exact for integers up to 2^24) and in int products
+  // of coordinate differences: beyond that range its answers are not to be trusted.
+  const bool geometric = feature != ContourFeature::VertexCount &&
+                         static_cast<std::int32_t>(feature) >= 1 &&
+                         static_cast<std::int32_t>(feature) <= 11;
+  if (geometric && !CoordinatesInRange(points)) return -1.0;
   switch (feature) {
     case ContourFeature::Area:
       return cv::contourArea(points, false);
@@ -127,7 +154,7 @@ double ComputeFeature(const ContourRecord& record, ContourFeature feature) {
     case ContourFeature::AspectRatio:
       return AspectRatio(points);
     case ContourFeature::Convex:
-      return cv::isContourConvex(points) ? 1.0 : 0.0;
+      return IsConvex(points) ? 1.0 : 0.0;
     case ContourFeature::MaxCornerCosine:
       return MaxCornerCosineOf(points);
     case ContourFeature::AbsoluteBoxAngle:

@@ -66,7 +66,12 @@ struct FilterCriterion {
   double second = 0.0;
 };
 
-// The feature's value for the record; see ContourFeature.
+// Largest |coordinate| a contour may have for its geometric features (2^24, where float stops
+// holding every integer).
+constexpr long long kMaxContourCoordinate = 16777216;
+
+// The feature's value for the record; see ContourFeature. Every feature but VertexCount is -1.0
+// (not available) for a contour with a coordinate beyond kMaxContourCoordinate.
 double ComputeFeature(const ContourRecord& record, ContourFeature feature);
 
 // True when the comparison passes for x with the criterion's bounds.

@@ -8,11 +8,10 @@
 namespace {
 
 constexpr const char* kBuildName = "BuildEdgeProfile";
-
-// Most bins one profile may span: far beyond any useful oversampling (a 10 000-column region at
-// 64 bins per pixel needs 640 000), and small enough that the float layout converts to int
-// exactly and the per-thread accumulators stay within memory.
-constexpr double kMaxBins = 16777216.0;
+// Largest profile (bins before cropping) and largest count of per-thread bins: a slope or an
+// oversampling that asks for more is refused rather than allocated.
+constexpr double kMaxBins = 16777216.0;        // 2^24
+constexpr double kMaxThreadBins = 67108864.0;  // 2^26
 
 // Geometry of one run, computed once before any pixel is touched.
 struct ProfileLayout {
@@ -23,6 +22,20 @@ struct ProfileLayout {
 };
 
 ProfileLayout LayoutOf(int rows, int cols, float slope, float oversampling) {
+  if (!std::isfinite(slope)) {
+    cv::error(cv::Error::StsBadArg, "slope must be finite", kBuildName, __FILE__, __LINE__);
+  }
+  if (!(oversampling > 0.0f) || !std::isfinite(oversampling)) {
+    cv::error(cv::Error::StsBadArg, "oversampling must be finite and positive", kBuildName,
+              __FILE__, __LINE__);
+  }
+  // The same float expressions as below, checked before any of them is converted to int.
+  const float width = static_cast<float>(cols) * oversampling;
+  const float offset = std::round((0.0f - static_cast<float>(rows - 1) * slope) * oversampling);
+  if (!(static_cast<double>(width) + std::fabs(static_cast<double>(offset)) <= kMaxBins)) {
+    cv::error(cv::Error::StsOutOfRange, "the profile would exceed 16777216 bins", kBuildName,
+              __FILE__, __LINE__);
+  }
   ProfileLayout layout;
   layout.width = static_cast<int>(static_cast<float>(cols) * oversampling);
   // std::round on float rounds half away from zero.
@@ -33,20 +46,12 @@ ProfileLayout LayoutOf(int rows, int cols, float slope, float oversampling) {
   return layout;
 }
 
-// An oversampling or slope that is not finite, a negative oversampling or a span beyond kMaxBins
-// would make the layout's float-to-int conversions undefined.
-void CheckLayout(int rows, int cols, float slope, float oversampling) {
-  const double width = static_cast<double>(cols) * oversampling;
-  const double extra = std::fabs(static_cast<double>(rows - 1) * slope * oversampling);
-  if (!(width >= 0.0 && extra >= 0.0 && width + extra <= kMaxBins)) {
-    cv::error(cv::Error::StsOutOfRange, "profile bins out of range", kBuildName, __FILE__,
-              __LINE__);
-  }
-}
-
 void CheckRegion(const cv::Mat& region) {
   if (region.empty()) {
     cv::error(cv::Error::StsBadArg, "empty region", kBuildName, __FILE__, __LINE__);
+  }
+  if (region.dims != 2) {
+    cv::error(cv::Error::StsBadArg, "region must be 2-D", kBuildName, __FILE__, __LINE__);
   }
   if (region.channels() != 1) {
     cv::error(cv::Error::StsUnsupportedFormat, "region must have one channel", kBuildName, __FILE__,
@@ -132,15 +137,31 @@ std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& regi
   CheckRegion(region);
   const ProjectFn project = ProjectFunctionFor(region.depth());
   const float oversampling = profiler.oversampling;
-  CheckLayout(region.rows, region.cols, slope, oversampling);
   const ProfileLayout layout = LayoutOf(region.rows, region.cols, slope, oversampling);
-  profiler.binOffset = layout.binOffset;
 
-  const int threads = profiler.threadCount < 1 ? 1 : profiler.threadCount;
+  // More threads than rows leave every row to the last thread, which is exactly one thread's
+  // result (the empty accumulators add zeros), so it is run as one.
+  const int threads =
+      profiler.threadCount < 1 || profiler.threadCount > region.rows ? 1 : profiler.threadCount;
+  if (static_cast<double>(threads) * layout.bins > kMaxThreadBins) {
+    cv::error(cv::Error::StsOutOfRange, "too many threads for the size of the profile", kBuildName,
+              __FILE__, __LINE__);
+  }
+  profiler.binOffset = layout.binOffset;
   const int chunk = region.rows / threads;
   std::vector<BinAccumulator> accumulators(threads, BinAccumulator(layout.bins));
   std::vector<std::thread> workers;
   workers.reserve(threads);
+  // A thread that cannot be started ends the run with its std::system_error, after the threads
+  // already running have been joined (destroying a joinable std::thread would terminate).
+  struct JoinAll {
+    std::vector<std::thread>& threads;
+    ~JoinAll() {
+      for (std::thread& t : threads) {
+        if (t.joinable()) t.join();
+      }
+    }
+  } joinAll{workers};
   for (int t = 0; t < threads; ++t) {
     const int begin = t * chunk;
     const int end = t == threads - 1 ? region.rows : begin + chunk;

@@ -30,10 +30,13 @@ struct EdgeProfiler {
 // threadCount consecutive chunks (the last one takes the remainder), each on its own std::thread
 // with its own sums and counts, merged after all joins. The ESF is the width = (int)(C x
 // oversampling) bins that start round(|offset| / 2) bins in; empty bins are 0.
-// Errors: cv::Error::StsBadArg "empty region", cv::Error::StsUnsupportedFormat "region must have
-// one channel" / "unsupported region depth", cv::Error::StsOutOfRange "profile bins out of range"
-// when the oversampling or the slope is not finite, the oversampling is negative or the profile
-// would span more than 2^24 bins; std::system_error when a thread fails.
+// threadCount above the row count runs one thread (the same result).
+// Errors: cv::Error::StsBadArg "empty region", "region must be 2-D", "slope must be finite",
+// "oversampling must be finite and positive"; cv::Error::StsOutOfRange "the profile would exceed
+// 16777216 bins", "too many threads for the size of the profile"; cv::Error::StsUnsupportedFormat
+// "region must have one channel" / "unsupported region depth"; std::system_error when a thread
+// cannot be started (the threads already started are joined first). profiler is unchanged by a
+// cv::Exception.
 std::vector<double> BuildEdgeProfile(EdgeProfiler& profiler, const cv::Mat& region, float slope);
 
 // The same profile without the rows start <= r < end of excludedRows (none when end <= start): the

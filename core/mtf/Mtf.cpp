@@ -148,7 +148,13 @@ double MtfCrossing(const MtfResult& result, double level) {
   const std::vector<double>& f = result.frequencies.values;
   const int i0 = static_cast<int>(std::floor(x));
   const double fraction = x - i0;
-  if (fraction > 0.0 && i0 + 1 < n) return f[i0] + (f[i0 + 1] - f[i0]) * fraction;
+  // A frequency axis shorter than the curve (a result assembled by hand) has no frequency there.
+  const int axis = static_cast<int>(f.size());
+  if (fraction > 0.0 && i0 + 1 < n) {
+    if (i0 + 1 >= axis) return -1.0;
+    return f[i0] + (f[i0 + 1] - f[i0]) * fraction;
+  }
+  if (i0 >= axis) return -1.0;
   return f[i0];
 }
 

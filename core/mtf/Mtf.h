@@ -45,7 +45,8 @@ struct MtfResult {
 void ComputeMtf(MtfResult& result, const KProfile<double>& esf, float slope, float oversampling);
 
 // Frequency at which result.mtfCopy first falls to level, linearly interpolated between samples;
-// -1.0 when it never does (or only at sample 0, or with fewer than 2 samples).
+// -1.0 when it never does (or only at sample 0, or with fewer than 2 samples), or when the crossing
+// lies beyond the end of result.frequencies.
 double MtfCrossing(const MtfResult& result, double level);
 
 // Full width at half maximum of result.lsf in pixels: the left edge is the first rise above half

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "mtf/GreyPicture.h"
 #include "mtf/MinAreaRectLegacy.h"
 
 namespace {
@@ -145,6 +146,9 @@ bool CMtfMeasurement::FitEdge(const cv::Mat& work, const cv::Range& excludedRows
   if (work.type() != CV_64FC1 || work.rows < kMinimumSide || work.cols < kMinimumSide) {
     return false;
   }
+  // A NaN or infinite sample would spread through the derivative, the centroids and every bin of
+  // the profile it lands in, giving a plausible-looking but meaningless MTF: no measurement.
+  if (!cv::checkRange(work)) return false;
   const int rows = work.rows;
   const int cols = work.cols;
   cv::Mat kernel = (cv::Mat_<float>(1, 2) << -0.5f, 0.5f);
@@ -287,12 +291,7 @@ MtfTargetMap CMtfMeasurement::MeasureTargets(const cv::Mat& image) {
   return targets;
 }
 
-cv::Mat CMtfMeasurement::Grey(const cv::Mat& image) {
-  if (image.channels() == 1) return image;
-  cv::Mat grey;
-  cv::cvtColor(image, grey, cv::COLOR_RGB2GRAY);
-  return grey;
-}
+cv::Mat CMtfMeasurement::Grey(const cv::Mat& image) { return GreyPicture(image, true); }
 
 double CMtfMeasurement::MeanEfficiency(const MtfTargetMap& targets) {
   double sum = 0.0;

@@ -2,7 +2,7 @@
 // on each side of every target, the edge is located and its slope fitted, and the oversampled edge
 // profile gives one MtfResult per edge. Also measures a single edge filling a whole image. Accepts
 // any cv::Mat of the seven depths with one or more channels (multichannel images are measured
-// through their COLOR_RGB2GRAY grey picture).
+// through their GreyPicture). A region holding a NaN or infinite sample cannot be measured.
 //
 // Choices of the edge extraction (the slanted-edge practice of ISO 12233):
 // - Regions on a target: one per side of the target's minimum-area rectangle, axis-aligned,
@@ -80,7 +80,8 @@ class CMtfMeasurement {
   MtfTargetMap MeasureTargets(const cv::Mat& image);
 
   // The whole image (or edgeRegion when set) as one slanted-edge region. False, with result
-  // untouched, when the image is empty or the edge cannot be located. slope receives the fitted
+  // untouched, when the image is empty, the edge cannot be located or the measured area holds a
+  // non-finite sample. slope receives the fitted
   // slope when given.
   bool MeasureEdge(const cv::Mat& image, MtfResult& result, float* slope = nullptr);
 
@@ -114,8 +115,8 @@ class CMtfMeasurement {
   // The edge regions of a target box, in the order left, top, right, bottom (not clipped).
   std::vector<std::pair<EdgeSide, cv::Rect>> EdgeRegions(const cv::RotatedRect& box) const;
 
-  // The grey picture every measurement works on: the image itself when it has one channel, its
-  // COLOR_RGB2GRAY conversion otherwise.
+  // The grey picture every measurement works on: GreyPicture in RGB order (the image itself when
+  // it has one channel).
   static cv::Mat Grey(const cv::Mat& image);
 
   // The tilt of a fitted edge in degrees: the angle between the edge and the image axis it runs

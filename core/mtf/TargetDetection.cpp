@@ -1,8 +1,13 @@
 #include "mtf/TargetDetection.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <climits>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <utility>
+
+#include "mtf/GreyPicture.h"
 
 namespace {
 
@@ -24,6 +29,27 @@ std::vector<FilterCriterion> TargetCriteria(const TargetDetectionSettings& setti
   };
 }
 
+// The min-max stretch of cv::normalize (NORM_MINMAX to 0..255, 8-bit), with the range taken over
+// the finite samples only: one infinite sample would otherwise squeeze every other one into a
+// single grey level. Non-finite samples saturate (+inf to 255, -inf and NaN to 0).
+cv::Mat StretchToBytes(const cv::Mat& grey) {
+  if (grey.empty()) return cv::Mat();
+  cv::Mat finite;
+  if (grey.depth() == CV_32F || grey.depth() == CV_64F) {
+    cv::Mat asDouble;
+    grey.convertTo(asDouble, CV_64F);
+    // x - x is 0 for a finite x and NaN otherwise; NaN compares false.
+    cv::compare(asDouble - asDouble, 0.0, finite, cv::CMP_EQ);
+  }
+  double low = 0.0, high = 0.0;
+  cv::minMaxIdx(grey, &low, &high, nullptr, nullptr, finite);
+  const double range = high - low;
+  const double scale = 255.0 * (range > DBL_EPSILON ? 1.0 / range : 0.0);
+  cv::Mat bytes;
+  grey.convertTo(bytes, CV_8U, scale, -low * scale);
+  return bytes;
+}
+
 // Rounds half away from zero, the rounding the detected vertices are scaled back with.
 int RoundHalfAway(double v) { return static_cast<int>(std::round(v)); }
 
@@ -31,19 +57,23 @@ int RoundHalfAway(double v) { return static_cast<int>(std::round(v)); }
 
 void DetectTargets(TargetDetectionSettings& settings, std::vector<ContourRecord>& result,
                    const cv::Mat& image) {
+  if (image.dims > 2) {
+    cv::error(cv::Error::StsBadArg, "target detection needs a 2-D image", "DetectTargets", __FILE__,
+              __LINE__);
+  }
+  if (!(settings.scale > 0.0) || !std::isfinite(settings.scale)) {
+    cv::error(cv::Error::StsBadArg, "scale must be finite and positive", "DetectTargets", __FILE__,
+              __LINE__);
+  }
   result.clear();
 
   cv::Mat work;
   if (image.channels() > 1) {
-    cv::cvtColor(image, work, cv::COLOR_BGR2GRAY);
+    work = GreyPicture(image, false);
   } else {
     work = image.clone();
   }
-  if (work.type() != CV_8UC1) {
-    cv::Mat stretched;
-    cv::normalize(work, stretched, 0, 255, cv::NORM_MINMAX, CV_8U);
-    work = stretched;
-  }
+  if (work.type() != CV_8UC1) work = StretchToBytes(work);
 
   // Working size. k and the new sides are derived from the larger side; the scale maps working
   // pixels back to input pixels and is left alone whenever nothing is resized.
@@ -96,11 +126,18 @@ void DetectTargets(TargetDetectionSettings& settings, std::vector<ContourRecord>
   }
   RemoveNestedCandidates(contours);
 
-  result = contours.candidates;
+  std::vector<ContourRecord> scaled = contours.candidates;
   const double back = settings.scale;
-  for (ContourRecord& record : result) {
+  for (ContourRecord& record : scaled) {
     for (cv::Point& p : record.points) {
+      const double x = std::round(p.x * back);
+      const double y = std::round(p.y * back);
+      if (!(std::fabs(x) <= INT_MAX && std::fabs(y) <= INT_MAX)) {
+        cv::error(cv::Error::StsOutOfRange, "scaled target outside the int range", "DetectTargets",
+                  __FILE__, __LINE__);
+      }
       p = cv::Point(RoundHalfAway(p.x * back), RoundHalfAway(p.y * back));
     }
   }
+  result = std::move(scaled);
 }

@@ -30,6 +30,10 @@ struct TargetDetectionSettings {
 
 // Fills result (emptied first) with one polygon of four to six vertices per target, in input-image
 // pixels, and updates settings.scale and settings.contours. OpenCV errors (empty image,
-// unsupported type) pass to the caller; no target is an empty result.
+// unsupported type) pass to the caller; no target is an empty result. A settings.scale that is
+// not finite and positive is StsBadArg "scale must be finite and positive" (nothing changed); a
+// kept scale that takes a vertex beyond the int range is StsOutOfRange (result left empty).
+// Non-finite samples of a float image take no part in its stretch to 8 bits. A matrix of more
+// than two dimensions is StsBadArg "target detection needs a 2-D image".
 void DetectTargets(TargetDetectionSettings& settings, std::vector<ContourRecord>& result,
                    const cv::Mat& image);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <exception>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -29,6 +30,7 @@ const char* const kChannelMessage = "Only single channel images are supported";
 const char* const kDimensionMessage = "All images needs to have the save image dimension";
 // Also thrown for an empty series: there is no type to compare against either way.
 const char* const kTypeMessage = "All images needs to have the save image type";
+const char* const kEmptyMessage = "Frames must be non-empty two-dimensional images";
 
 // 256 * 65535 < 2^24: up to this count a float running sum of 16-bit values never rounds.
 constexpr std::size_t kExactSumCount = 256;
@@ -120,7 +122,23 @@ class TemporalStatisticFunction_16U {
                                 const CTemporalNoise::Statistic& statistic)
       : stack_(stack), result_(result), statistic_(statistic) {}
 
-  void operator()(int begin, int end) const {
+  // Runs the columns [begin, end); an exception of the statistic is kept in error for the caller
+  // of Compute, except the bad_function_call of an empty statistic, which ends the process as an
+  // exception leaving a thread function does.
+  void operator()(int begin, int end, std::exception_ptr* error) const {
+    if (!statistic_) {
+      Run(begin, end);
+      return;
+    }
+    try {
+      Run(begin, end);
+    } catch (...) {
+      *error = std::current_exception();
+    }
+  }
+
+ private:
+  void Run(int begin, int end) const {
     constexpr int kBlock = 256;
     const std::size_t frames = static_cast<std::size_t>(stack_.rows);
     const unsigned short* top = stack_.ptr<unsigned short>(0);
@@ -141,7 +159,6 @@ class TemporalStatisticFunction_16U {
     }
   }
 
- private:
   const cv::Mat& stack_;
   cv::Mat& result_;
   const CTemporalNoise::Statistic& statistic_;
@@ -151,6 +168,9 @@ class TemporalStatisticFunction_16U {
 
 void CTemporalNoise::CheckFrame(const cv::Mat& image, cv::Size previousSize, int previousType) {
   if (image.channels() != 1) throw std::invalid_argument(kChannelMessage);
+  // A frame without pixels, or of three or more dimensions (rows and cols of -1), has no place in
+  // a stack of rows x cols frames.
+  if (image.empty() || image.dims != 2) throw std::invalid_argument(kEmptyMessage);
   if (previousType >= 0) {
     if (image.rows != previousSize.height || image.cols != previousSize.width) {
       throw std::invalid_argument(kDimensionMessage);
@@ -218,11 +238,12 @@ cv::Mat CTemporalNoise::Compute(Statistic statistic) const {
 
   const int chunk = pixels / kWorkers;
   const TemporalStatisticFunction_16U body(samples, result, statistic);
+  std::vector<std::exception_ptr> errors(kWorkers);
   std::vector<std::thread> workers;
   workers.reserve(kWorkers);
   try {
     for (int t = 0; t < kWorkers; ++t) {
-      workers.emplace_back(body, t * chunk, std::min(pixels, (t + 1) * chunk));
+      workers.emplace_back(body, t * chunk, std::min(pixels, (t + 1) * chunk), &errors[t]);
     }
   } catch (...) {
     // Threads already running still use the stack: let them finish before it goes away.
@@ -230,5 +251,9 @@ cv::Mat CTemporalNoise::Compute(Statistic statistic) const {
     throw;
   }
   for (std::thread& worker : workers) worker.join();
+  // The first worker's exception, in worker order, reaches the caller.
+  for (const std::exception_ptr& error : errors) {
+    if (error) std::rethrow_exception(error);
+  }
   return result.reshape(1, rows);
 }

@@ -21,7 +21,8 @@ class CTemporalNoise {
 
   // Appends the frame (sharing its pixel data) after checking it against the last frame of the
   // series. Throws std::invalid_argument and leaves the series unchanged when the frame has more
-  // than one channel, other dimensions or another type.
+  // than one channel, no pixels or more than two dimensions ("Frames must be non-empty
+  // two-dimensional images"), other dimensions or another type.
   void AddImage(cv::Mat image);
 
   // The checks of AddImage, in its order and with its messages, for a frame that would follow
@@ -37,7 +38,9 @@ class CTemporalNoise {
   // into nine equal runs of pixels, one per worker thread; the last (pixel count mod 9) pixels
   // belong to no run and stay 0.0. Throws std::invalid_argument on an empty series. Frames must be
   // continuous (cv::Mat::reshape). Samples of 16-bit series are handed over as their raw 16 bits;
-  // other depths are first converted to CV_16U with saturation.
+  // other depths are first converted to CV_16U with saturation. An exception thrown by the
+  // statistic reaches the caller after every worker has been joined (the first in worker order);
+  // an empty statistic ends the process with bad_function_call inside a worker.
   cv::Mat Compute(Statistic statistic) const;
 
   const std::vector<cv::Mat>& Images() const { return images_; }

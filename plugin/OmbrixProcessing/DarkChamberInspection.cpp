@@ -6,6 +6,11 @@
 #include "RobustStatistics.h"
 
 cv::Mat CDarkChamberInspection::ExcessMask(const cv::Mat& image32f, double& threshold) {
+  // The loop below reads float rows: any other image would be read past its end.
+  if (image32f.type() != CV_32FC1 || image32f.dims > 2) {
+    cv::error(cv::Error::StsUnsupportedFormat, "the image must be 2-D, 32-bit float, one channel",
+              "CDarkChamberInspection::ExcessMask", __FILE__, __LINE__);
+  }
   double median = 0.0, noise = 0.0;
   CRobustStatistics::OfImage(image32f, median, noise);
   threshold = median + kNoiseFactor * noise;

@@ -26,6 +26,7 @@ class CDarkChamberInspection {
   // defectMap is released when the count is -1.
   static int CountDefects(const cv::Mat& minimumImage, cv::Mat& defectMap);
 
-  // Binary map (CV_8U, 255) of the samples above the leak threshold, and the threshold.
+  // Binary map (CV_8U, 255) of the samples above the leak threshold, and the threshold. A
+  // 2-D CV_32FC1 image only: anything else is StsUnsupportedFormat, threshold untouched.
   static cv::Mat ExcessMask(const cv::Mat& image32f, double& threshold);
 };

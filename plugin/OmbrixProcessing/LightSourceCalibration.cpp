@@ -31,5 +31,9 @@ float CLightSourceCalibration::Factor(const cv::Mat& minimumImage, double exposu
   const cv::Rect region = CentralRegion(minimumImage.size());
   if (region.area() == 0) return -1.0f;
   const double nominal = kNominalLevel150s * exposure / kNominalExposure;
-  return static_cast<float>(RegionMean(minimumImage, region) / nominal);
+  // A NaN factor would pass both light-source checks (every comparison with NaN is false), so a
+  // frame whose central mean is not finite has no factor.
+  const double mean = RegionMean(minimumImage, region);
+  if (!std::isfinite(mean)) return -1.0f;
+  return static_cast<float>(mean / nominal);
 }

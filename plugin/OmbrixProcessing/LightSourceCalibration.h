@@ -21,7 +21,8 @@ class CLightSourceCalibration {
   static cv::Rect CentralRegion(const cv::Size& size);
 
   // Central mean over the nominal level at the exposure (seconds); -1 (not available) for an
-  // empty or multi-channel image, an empty central region or an exposure that is not positive.
+  // empty or multi-channel image, an empty central region, an exposure that is not positive or a
+  // central mean that is not finite (a NaN or infinite sample in the region).
   static float Factor(const cv::Mat& minimumImage, double exposure = kNominalExposure);
 
   // Mean of a single-channel image over a region, summed in double row by row.

@@ -32,9 +32,15 @@ int COmbrixProcessing::CountDarkChamberDefects(const cv::Mat& minimumImage) {
 cv::Mat COmbrixProcessing::GetDefectMap() { return defectMap_.clone(); }
 
 float COmbrixProcessing::ComputeMtf(const cv::Mat& targetImage) {
-  CMtfMeasurement measurement;
-  const MtfTargetMap targets = measurement.MeasureTargets(targetImage);
-  return static_cast<float>(CMtfMeasurement::MeanEfficiency(targets));
+  // The plug-in reports failure through its result only: an image OpenCV cannot measure (a
+  // 3-D matrix, an unsupported depth) has no figure.
+  try {
+    CMtfMeasurement measurement;
+    const MtfTargetMap targets = measurement.MeasureTargets(targetImage);
+    return static_cast<float>(CMtfMeasurement::MeanEfficiency(targets));
+  } catch (const cv::Exception&) {
+    return -1.0f;
+  }
 }
 
 void COmbrixProcessing::SetAlgorithmMode(int mode) { detector_.SetMode(mode); }

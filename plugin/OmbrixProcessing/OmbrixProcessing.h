@@ -23,7 +23,8 @@
 //   20000 ADU for 150 s, scaled to the exposure of the last frame pushed (150 s when none was);
 //   -1 for an unusable image or a last exposure of 0 s (CLightSourceCalibration).
 // - ComputeMtf(image): the technician's figure: the mean efficiency (percent) over every edge of
-//   every target that the MTF measurement (CMtfMeasurement::MeasureTargets) finds; -1 when none.
+//   every target that the MTF measurement (CMtfMeasurement::MeasureTargets) finds; -1 when none
+//   or when OpenCV cannot read the image (it never throws).
 // - SetAlgoParameters / SetAlgorithmMode / DetectObjects: spot detection (CSpotDetector) on the
 //   processed form of the frame last pushed. The mode selects the detector variant (1 every
 //   footprint, 2 validated objects); an unknown mode keeps the current one. DetectObjects' int is

@@ -24,7 +24,10 @@ void CRobustStatistics::MedianAndNoise(std::vector<float>& values, double& media
 }
 
 void CRobustStatistics::OfImage(const cv::Mat& image32f, double& median, double& noise) {
-  CV_Assert(image32f.type() == CV_32FC1);
+  if (image32f.type() != CV_32FC1 || image32f.dims > 2) {
+    cv::error(cv::Error::StsUnsupportedFormat, "the image must be 2-D, 32-bit float, one channel",
+              "CRobustStatistics::OfImage", __FILE__, __LINE__);
+  }
   std::vector<float> values;
   values.reserve(image32f.total());
   for (int y = 0; y < image32f.rows; ++y) {

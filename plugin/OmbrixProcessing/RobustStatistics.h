@@ -22,5 +22,6 @@ class CRobustStatistics {
 
   // Median and kMadToSigma x MAD of the finite samples of a CV_32FC1 image (exact order
   // statistics, so every platform gives the same numbers); NaN when there is no finite sample.
+  // Any other image is StsUnsupportedFormat "the image must be 2-D, 32-bit float, one channel".
   static void OfImage(const cv::Mat& image32f, double& median, double& noise);
 };

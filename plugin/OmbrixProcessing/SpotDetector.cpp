@@ -39,8 +39,9 @@ AlgoParameters CSpotDetector::DefaultParameters(bool nominalMode) {
 }
 
 bool CSpotDetector::Configure(const AlgoParameters& p) {
-  const bool valid = p.cosmicRayRadius >= 0 && p.cosmicRayThreshold >= 0 && p.smoothingSigma >= 0 &&
-                     p.smoothingSigma <= 50 && p.maxObjectArea > 0 && p.minObjectRadius >= 0 &&
+  const bool valid = p.cosmicRayRadius >= 0 && p.cosmicRayRadius <= kMaxCosmicRayRadius &&
+                     p.cosmicRayThreshold >= 0 && p.smoothingSigma >= 0 && p.smoothingSigma <= 50 &&
+                     p.maxObjectArea > 0 && p.minObjectRadius >= 0 &&
                      std::isfinite(p.thresholdFactor) && p.thresholdFactor > 0.0f &&
                      p.minControlPeak >= 0 && p.MinCircularityPercent() <= 100;
   if (valid) parameters_ = p;

@@ -87,7 +87,12 @@ class CSpotDetector {
   // 0x00050046 and the given flag.
   static AlgoParameters DefaultParameters(bool nominalMode = true);
 
-  // Takes the parameters when they make sense (non-negative radius, threshold, sigma at most 50,
+  // Largest cosmic-ray radius: the refill gathers a disc of (2r + 1)^2 offsets per hit, and a
+  // cosmic ray is a few pixels across, so radii beyond this only cost time and memory.
+  static constexpr std::int32_t kMaxCosmicRayRadius = 50;
+
+  // Takes the parameters when they make sense (cosmic-ray radius 0 .. kMaxCosmicRayRadius,
+  // non-negative threshold, sigma at most 50,
   // margin; positive area and finite positive factor; circularity at most 100 %) and returns true;
   // otherwise returns false and keeps the previous ones.
   bool Configure(const AlgoParameters& parameters);
