@@ -17,8 +17,9 @@ case "$mode" in
 esac
 
 packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev libboost-dev
-          dpkg-dev python3 strace python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy
-          python3-pip python3-setuptools)
+  dpkg-dev python3 strace python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy
+  python3-pip python3-setuptools libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core
+  chromium nlohmann-json3-dev libssl-dev python3-jsonschema)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)

@@ -20,6 +20,16 @@ std::shared_ptr<IOmbrixProcessing> MakeCheckedProcessingPlugin(CFactoryCollectio
   return collection.m_factoryProcessing.CreateInstance(std::shared_ptr<ILogger>());
 }
 
+std::vector<cv::String> RawFrameFiles(const std::string& folder) {
+  std::vector<cv::String> files;
+  cv::glob(folder + kRawFramePattern, files, false);
+  return files;
+}
+
+std::vector<std::string> DarkFrameFiles(const std::string& folder) {
+  return {folder + kLongDarkFile, folder + kShortDarkFile};
+}
+
 namespace {
 
 // One raw frame through the plug-in, its processed form kept as the sequence keeps them.
@@ -51,11 +61,9 @@ float FinishWithMinimum(IOmbrixProcessing& plugin, const std::vector<cv::Mat>& p
 
 float RunDarkReferenceSequence(IOmbrixProcessing& plugin, const std::string& folder,
                                FrameKeeping keeping, const DarkReferenceFinish& finish) {
-  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
-    return -1.0f;
-  }
-  std::vector<cv::String> files;
-  cv::glob(folder + kRawFramePattern, files, false);
+  const std::vector<std::string> darks = DarkFrameFiles(folder);
+  if (!plugin.LoadDarkFrames(darks[0], darks[1], std::string())) return -1.0f;
+  const std::vector<cv::String> files = RawFrameFiles(folder);
   if (files.empty()) return -1.0f;
   std::vector<cv::Mat> processed;
   for (const cv::String& file : files) {
@@ -143,9 +151,8 @@ DetectionOutput RunDetectionSequence(IOmbrixProcessing& plugin, const std::strin
                                      const AlgoParameters& parameters) {
   DetectionOutput output;
   plugin.SetAlgoParameters(parameters);
-  if (!plugin.LoadDarkFrames(folder + kLongDarkFile, folder + kShortDarkFile, std::string())) {
-    return output;
-  }
+  const std::vector<std::string> darks = DarkFrameFiles(folder);
+  if (!plugin.LoadDarkFrames(darks[0], darks[1], std::string())) return output;
   DetectInImage(plugin, cv::imread(folder + OMBRIX_SEP + imageName, cv::IMREAD_UNCHANGED), output);
   return output;
 }

@@ -49,6 +49,13 @@ inline constexpr const char* kRepeatabilityFolders[] = {"QT7M21013C" OMBRIX_SEP 
 inline constexpr const char* kTechnicianCharts[] = {OMBRIX_SEP "FTM.tif",
                                                     OMBRIX_SEP "TestEntreeFTM.tif"};
 
+// The raw frames of a dark-chamber or light-source folder, in cv::glob order (the order the
+// sequence pushes them in); empty when there is none.
+std::vector<cv::String> RawFrameFiles(const std::string& folder);
+
+// The paths of the folder's long (150 s) and short (1 s) master darks, in that order.
+std::vector<std::string> DarkFrameFiles(const std::string& folder);
+
 // ---- The plug-in object ------------------------------------------------------------------------
 
 // Loads the module into the collection's processing factory (the result is deliberately not
@@ -57,7 +64,8 @@ inline constexpr const char* kTechnicianCharts[] = {OMBRIX_SEP "FTM.tif",
 std::shared_ptr<IOmbrixProcessing> MakeProcessingPlugin(CFactoryCollection& collection,
                                                         const std::string& modulePath);
 
-// The same for callers that must survive a wrong path (the Python module): an empty pointer when
+// The same for callers that must survive a wrong path (the Python module, the ombrix tool): an
+// empty pointer when
 // the library cannot be loaded or exports no "GetInstance" entry, instead of the fault.
 std::shared_ptr<IOmbrixProcessing> MakeCheckedProcessingPlugin(CFactoryCollection& collection,
                                                                const std::string& modulePath);

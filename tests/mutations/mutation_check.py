@@ -38,6 +38,8 @@ GUARDS = [
     ("scenarios/", "core_tests", "tests/core_tests", "PluginScenarios*"),
     ("plugin/IOmbrixProcessing.h", "core_tests", "tests/core_tests", "ProcessingInterface*:PluginScenarios*"),
     ("core/stack/", "core_tests", "tests/core_tests", "TemporalNoise*"),
+    ("tools/ombrix/report/", "tool_report_tests", "tools/ombrix/tests/report/tool_report_tests",
+     "Plots*:Report*"),
     # The suite's console lines are checked by ctest tests that run the suite itself.
     ("suite/VecCallback/Processing.cpp", "UnitTestCoreDll", "ctest", "ConsoleLine"),
 ]

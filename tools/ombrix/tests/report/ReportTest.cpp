@@ -1,0 +1,204 @@
+// The HTML report: every picture embedded as a data: URI of its exact bytes, text escaped, the
+// summary table marked, and errors that name the file at fault and leave no page behind.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <opencv2/imgcodecs.hpp>
+#include <sstream>
+#include <stdexcept>
+
+#include "Report.h"
+#include "TemporaryFolder.h"
+
+using namespace ombrix_tool;
+using ombrix_tool_test::CTemporaryFolder;
+
+namespace {
+
+std::string ReadText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void WriteText(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+std::size_t Occurrences(const std::string& text, const std::string& what) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+template <typename F>
+std::string ErrorOf(F&& f) {
+  try {
+    f();
+  } catch (const std::runtime_error& e) {
+    return e.what();
+  }
+  return "";
+}
+
+bool StartsWith(const std::string& text, const std::string& prefix) {
+  return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// A small PNG whose bytes differ with the value.
+std::string WritePng(const std::string& path, int value) {
+  cv::Mat picture(7, 5, CV_8UC3, cv::Scalar(value, 255 - value, 3));
+  EXPECT_TRUE(cv::imwrite(path, picture));
+  return path;
+}
+
+ReportTable EdgeTable(int rows) {
+  ReportTable table{{"edge", "MTF50 (cycles/pixel)"}, {}};
+  for (int r = 0; r < rows; ++r) table.rows.push_back({std::to_string(r + 1), "0.25"});
+  return table;
+}
+
+}  // namespace
+
+TEST(Report, Base64MatchesTheStandardVectors) {
+  EXPECT_EQ(EncodeBase64(""), "");
+  EXPECT_EQ(EncodeBase64("f"), "Zg==");
+  EXPECT_EQ(EncodeBase64("fo"), "Zm8=");
+  EXPECT_EQ(EncodeBase64("foo"), "Zm9v");
+  EXPECT_EQ(EncodeBase64("foob"), "Zm9vYg==");
+  EXPECT_EQ(EncodeBase64("fooba"), "Zm9vYmE=");
+  EXPECT_EQ(EncodeBase64("foobar"), "Zm9vYmFy");
+  EXPECT_EQ(EncodeBase64(std::string("\x00\xff\xfe", 3)), "AP/+");
+}
+
+TEST(Report, EveryPictureIsEmbeddedAsADataUriOfItsBytes) {
+  CTemporaryFolder folder;
+  ReportSpec spec{"MTF", "0.1", "ombrix mtf a.tif", {}};
+  spec.sections.push_back({"a.tif",
+                           "",
+                           {EdgeTable(2)},
+                           {{"MTF curves", WritePng(folder / "one.png", 10)},
+                            {"Chart", WritePng(folder / "two.png", 200)}}});
+  const std::string svg =
+      "<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"4\" "
+      "height=\"4\"><rect width=\"4\" height=\"4\"/></svg>\n";
+  WriteText(folder / "three.svg", svg);
+  spec.sections.push_back({"b.tif", "", {}, {{"Histogram", folder / "three.svg"}}});
+  WriteReport(spec, folder / "report.html");
+  const std::string html = ReadText(folder / "report.html");
+  for (const char* name : {"one.png", "two.png"}) {
+    const std::string uri =
+        "src=\"data:image/png;base64," + EncodeBase64(ReadText(folder / name)) + "\"";
+    EXPECT_EQ(Occurrences(html, uri), 1u) << name;
+  }
+  EXPECT_EQ(Occurrences(html, "src=\"data:image/svg+xml;base64," + EncodeBase64(svg) + "\""), 1u);
+  // Nothing refers outside the page: every src is a data: URI, and there is no link or script.
+  EXPECT_EQ(Occurrences(html, "src=\""), 3u);
+  EXPECT_EQ(Occurrences(html, "src=\"data:"), 3u);
+  EXPECT_EQ(Occurrences(html, "<link"), 0u);
+  EXPECT_EQ(Occurrences(html, "<script"), 0u);
+  EXPECT_EQ(Occurrences(html, "http://"), 0u);
+  EXPECT_EQ(Occurrences(html, "https://"), 0u);
+  EXPECT_NE(html.find("<meta charset=\"utf-8\">"), std::string::npos);
+}
+
+TEST(Report, TextIsEscapedEverywhere) {
+  CTemporaryFolder folder;
+  const std::string nasty = "<script>alert('x')</script> & \"quoted\"";
+  const std::string escaped =
+      "&lt;script&gt;alert(&#39;x&#39;)&lt;/script&gt; &amp; &quot;quoted&quot;";
+  ReportSpec spec{nasty, nasty, nasty, {}};
+  ReportTable table{{nasty}, {{nasty}}};
+  spec.sections.push_back({nasty, nasty, {table}, {{nasty, WritePng(folder / "p.png", 1)}}});
+  WriteReport(spec, folder / "report.html");
+  const std::string html = ReadText(folder / "report.html");
+  EXPECT_EQ(html.find("<script"), std::string::npos);
+  EXPECT_EQ(html.find("\"quoted\""), std::string::npos);
+  // Title (twice: <title> and <h1>), version, command line, heading, text, header cell, cell,
+  // alt text and caption.
+  EXPECT_EQ(Occurrences(html, escaped), 10u);
+  EXPECT_EQ(EscapeHtml("a<b>&'\""), "a&lt;b&gt;&amp;&#39;&quot;");
+}
+
+TEST(Report, ParagraphsAndLineBreaksOfTheText) {
+  CTemporaryFolder folder;
+  ReportSpec spec{"t", "1", "", {}};
+  spec.sections.push_back({"s", "first line\nsecond line\n\nnext paragraph", {}, {}});
+  WriteReport(spec, folder / "report.html");
+  const std::string html = ReadText(folder / "report.html");
+  EXPECT_NE(html.find("<p>first line<br>\nsecond line</p>"), std::string::npos);
+  EXPECT_NE(html.find("<p>next paragraph</p>"), std::string::npos);
+}
+
+TEST(Report, FirstTableOfASectionIsTheSummary) {
+  CTemporaryFolder folder;
+  ReportSpec spec{"t", "1", "", {}};
+  spec.sections.push_back({"first", "", {EdgeTable(3), EdgeTable(1)}, {}});
+  spec.sections.push_back({"second", "", {EdgeTable(2)}, {}});
+  WriteReport(spec, folder / "report.html");
+  const std::string html = ReadText(folder / "report.html");
+  EXPECT_EQ(Occurrences(html, "<table class=\"summary\">"), 2u);
+  EXPECT_EQ(Occurrences(html, "<table class=\"data\">"), 1u);
+  EXPECT_EQ(Occurrences(html, "<table"), 3u);
+  // Header rows are in thead, every data row in tbody: 3 + 1 + 2 body rows, 3 header rows.
+  EXPECT_EQ(Occurrences(html, "<tr>"), 9u);
+  EXPECT_EQ(Occurrences(html, "<th>"), 6u);
+  EXPECT_EQ(Occurrences(html, "<td class=\"number\">0.25</td>"), 6u);
+  // The summary of the first section comes before its second table.
+  EXPECT_LT(html.find("class=\"summary\""), html.find("class=\"data\""));
+}
+
+TEST(Report, MissingFolderRaisesAnErrorNamingThePath) {
+  CTemporaryFolder folder;
+  const std::string path = folder / "missing/report.html";
+  const std::string error = ErrorOf([&] { WriteReport(ReportSpec{"t", "1", "", {}}, path); });
+  EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
+  EXPECT_TRUE(folder.Entries().empty());
+}
+
+TEST(Report, MissingOrUnknownPictureNamesThePictureAndKeepsTheOldPage) {
+  CTemporaryFolder folder;
+  const std::string path = folder / "report.html";
+  WriteText(path, "previous page");
+  ReportSpec spec{"t", "1", "", {}};
+  spec.sections.push_back({"s", "", {}, {{"gone", folder / "gone.png"}}});
+  std::string error = ErrorOf([&] { WriteReport(spec, path); });
+  EXPECT_TRUE(StartsWith(error, folder / "gone.png" + ": ")) << error;
+
+  WriteText(folder / "notes.png", "this is not a picture");
+  spec.sections[0].pictures = {{"text", folder / "notes.png"}};
+  error = ErrorOf([&] { WriteReport(spec, path); });
+  EXPECT_TRUE(StartsWith(error, folder / "notes.png" + ": ")) << error;
+
+  EXPECT_EQ(ReadText(path), "previous page");
+  std::vector<std::string> entries = folder.Entries();
+  std::sort(entries.begin(), entries.end());
+  EXPECT_EQ(entries, (std::vector<std::string>{"notes.png", "report.html"}));
+}
+
+TEST(Report, RowWithTheWrongCellCountIsRefused) {
+  CTemporaryFolder folder;
+  const std::string path = folder / "report.html";
+  ReportSpec spec{"t", "1", "", {}};
+  ReportTable table = EdgeTable(2);
+  table.rows[1].push_back("extra");
+  spec.sections.push_back({"s", "", {table}, {}});
+  const std::string error = ErrorOf([&] { WriteReport(spec, path); });
+  EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
+  EXPECT_NE(error.find("row 2"), std::string::npos) << error;
+  EXPECT_TRUE(folder.Entries().empty());
+}
+
+TEST(Report, RewritingReplacesThePageWhole) {
+  CTemporaryFolder folder;
+  const std::string path = folder / "report.html";
+  WriteText(path, std::string(100000, 'x'));
+  WriteReport(ReportSpec{"short", "1", "", {}}, path);
+  const std::string html = ReadText(path);
+  EXPECT_EQ(html.find('x' + std::string(10, 'x')), std::string::npos);
+  EXPECT_EQ(html.rfind("</html>\n"), html.size() - 8);
+  EXPECT_EQ(folder.Entries(), std::vector<std::string>{"report.html"});
+}
