@@ -564,3 +564,11 @@ TEST(MtfMeasurement, TwoChannelImagesAreMeasuredThroughTheMeanOfTheirChannels) {
 }
 
 }  // namespace
+
+TEST(MtfMeasurement, EdgeSideNamesFollowTheSidesOrder) {
+  EXPECT_STREQ(EdgeSideName(EdgeSide::Left), "left");
+  EXPECT_STREQ(EdgeSideName(EdgeSide::Top), "top");
+  EXPECT_STREQ(EdgeSideName(EdgeSide::Right), "right");
+  EXPECT_STREQ(EdgeSideName(EdgeSide::Bottom), "bottom");
+  EXPECT_STREQ(EdgeSideName(static_cast<EdgeSide>(7)), "?");
+}

@@ -24,6 +24,20 @@ bool InRows(int row, const cv::Range& rows) { return row >= rows.start && row < 
 
 }  // namespace
 
+const char* EdgeSideName(EdgeSide side) {
+  switch (side) {
+    case EdgeSide::Left:
+      return "left";
+    case EdgeSide::Top:
+      return "top";
+    case EdgeSide::Right:
+      return "right";
+    case EdgeSide::Bottom:
+      return "bottom";
+  }
+  return "?";
+}
+
 CMtfMeasurement::CMtfMeasurement() {
   profiler.oversampling = oversampling;
   profiler.threadCount = 1;

@@ -42,6 +42,9 @@
 
 enum class EdgeSide { Left = 0, Top = 1, Right = 2, Bottom = 3 };
 
+// "left", "top", "right" or "bottom": the name the tool's tables and the Python results use.
+const char* EdgeSideName(EdgeSide side);
+
 // One measured edge of a target.
 struct MtfEdge {
   EdgeSide side = EdgeSide::Left;

@@ -58,20 +58,6 @@ py::dict EdgeFigures(const MtfResult* result, float slope) {
   return figures;
 }
 
-const char* SideName(EdgeSide side) {
-  switch (side) {
-    case EdgeSide::Left:
-      return "left";
-    case EdgeSide::Top:
-      return "top";
-    case EdgeSide::Right:
-      return "right";
-    case EdgeSide::Bottom:
-      return "bottom";
-  }
-  return "";
-}
-
 // A chart's measurement kept whole, so that annotate_chart draws exactly what was measured.
 struct ChartMeasurement {
   MtfTargetMap targets;
@@ -90,7 +76,7 @@ py::list TargetList(const ChartMeasurement& chart) {
     py::list edges;
     for (const MtfEdge& edge : target.edges) {
       py::dict e = EdgeFigures(&edge.result, edge.slope);
-      e["side"] = SideName(edge.side);
+      e["side"] = EdgeSideName(edge.side);
       e["region"] =
           py::make_tuple(edge.region.x, edge.region.y, edge.region.width, edge.region.height);
       edges.append(e);

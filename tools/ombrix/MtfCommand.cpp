@@ -35,20 +35,6 @@ struct ImageMeasurement {
   std::string failure;  // why nothing could be measured; empty on success
 };
 
-const char* SideName(EdgeSide side) {
-  switch (side) {
-    case EdgeSide::Left:
-      return "left";
-    case EdgeSide::Top:
-      return "top";
-    case EdgeSide::Right:
-      return "right";
-    case EdgeSide::Bottom:
-      return "bottom";
-  }
-  return "?";
-}
-
 ImageMeasurement MeasureImage(const std::string& path, const MtfOptions& options,
                               const cv::Rect* roi) {
   const cv::Mat image = ReadImage(path);
@@ -104,7 +90,7 @@ ImageMeasurement MeasureImage(const std::string& path, const MtfOptions& options
       EdgeRow row;
       row.target = number;
       row.oversampling = measurement.oversampling;
-      row.side = SideName(edge.side);
+      row.side = EdgeSideName(edge.side);
       row.region = edge.region;
       row.angle = CMtfMeasurement::TiltDegrees(edge.slope);
       row.result = edge.result;
