@@ -185,11 +185,11 @@ std::string IntervalCell(const MtfInterval& interval, double scale) {
 
 // MTF against frequency for every edge of one image, with the Nyquist frequency, the levels 0.5
 // and 0.1, and the MTF50 and cut frequency (of the edge, or their mean over the image's edges).
-PlotSpec MtfCurves(const std::string& stem, const ImageMeasurement& m) {
-  PlotSpec spec;
-  spec.title = "MTF of " + stem;
-  spec.xLabel = "frequency (cycles/pixel)";
-  spec.yLabel = "MTF";
+LinePlot MtfCurves(const std::string& stem, const ImageMeasurement& m) {
+  LinePlot plot;
+  plot.title = "MTF of " + stem;
+  plot.xLabel = "frequency (cycles/pixel)";
+  plot.yLabel = "MTF";
   double mtf50Sum = 0.0, cutSum = 0.0;
   int mtf50Count = 0, cutCount = 0;
   for (const EdgeRow& row : m.rows) {
@@ -201,7 +201,7 @@ PlotSpec MtfCurves(const std::string& stem, const ImageMeasurement& m) {
       curve.x.push_back(row.result.frequencies[i]);
       curve.y.push_back(row.result.mtfCopy[i]);
     }
-    spec.curves.push_back(curve);
+    plot.curves.push_back(curve);
     if (row.mtf50 >= 0.0) {
       mtf50Sum += row.mtf50;
       ++mtf50Count;
@@ -212,23 +212,23 @@ PlotSpec MtfCurves(const std::string& stem, const ImageMeasurement& m) {
     }
   }
   const std::string prefix = m.rows.size() == 1 ? "" : "mean ";
-  if (mtf50Count > 0) spec.vmarkers.push_back({prefix + "MTF50", mtf50Sum / mtf50Count});
-  if (cutCount > 0) spec.vmarkers.push_back({prefix + "cut (MTF 0.1)", cutSum / cutCount});
-  spec.vmarkers.push_back({"Nyquist", 0.5});
-  spec.hmarkers.push_back({"MTF = 0.5", 0.5});
-  spec.hmarkers.push_back({"MTF = 0.1", 0.1});
-  spec.xmin = 0.0;
-  spec.ymin = 0.0;
-  return spec;
+  if (mtf50Count > 0) plot.vmarkers.push_back({prefix + "MTF50", mtf50Sum / mtf50Count});
+  if (cutCount > 0) plot.vmarkers.push_back({prefix + "cut (MTF 0.1)", cutSum / cutCount});
+  plot.vmarkers.push_back({"Nyquist", 0.5});
+  plot.hmarkers.push_back({"MTF = 0.5", 0.5});
+  plot.hmarkers.push_back({"MTF = 0.1", 0.1});
+  plot.xmin = 0.0;
+  plot.ymin = 0.0;
+  return plot;
 }
 
 // A profile across the edge, positions in pixels from its centre.
-PlotSpec ProfilePlot(const KProfile<double>& profile, double oversampling, const std::string& title,
+LinePlot ProfilePlot(const KProfile<double>& profile, double oversampling, const std::string& title,
                      const std::string& yLabel, const std::string& label) {
-  PlotSpec spec;
-  spec.title = title;
-  spec.xLabel = "position across the edge (pixels)";
-  spec.yLabel = yLabel;
+  LinePlot plot;
+  plot.title = title;
+  plot.xLabel = "position across the edge (pixels)";
+  plot.yLabel = yLabel;
   Curve curve;
   curve.label = label;
   const double centre = static_cast<double>(profile.Size()) / 2.0;
@@ -236,8 +236,8 @@ PlotSpec ProfilePlot(const KProfile<double>& profile, double oversampling, const
     curve.x.push_back((static_cast<double>(i) - centre) / oversampling);
     curve.y.push_back(profile[i]);
   }
-  spec.curves.push_back(curve);
-  return spec;
+  plot.curves.push_back(curve);
+  return plot;
 }
 
 void WriteMtfReport(RunContext& run, const MtfOptions& options,

@@ -23,12 +23,12 @@ void Guarded(Write write) {
 
 }  // namespace
 
-ReportPicture AddCurvePlot(RunContext& run, const PlotSpec& spec, const std::string& stem,
+ReportPicture AddCurvePlot(RunContext& run, const LinePlot& plot, const std::string& stem,
                            const std::string& caption) {
   const std::string png = stem + ".png", svg = stem + ".svg";
-  Guarded([&] { PlotCurves(spec, run.Folder().File(png), run.Folder().File(svg)); });
-  run.Document().AddOutput(png, spec.title);
-  run.Document().AddOutput(svg, spec.title + " (SVG)");
+  Guarded([&] { PlotCurves(plot, run.Folder().File(png), run.Folder().File(svg)); });
+  run.Document().AddOutput(png, plot.title);
+  run.Document().AddOutput(svg, plot.title + " (SVG)");
   return ReportPicture{caption, run.Folder().File(png)};
 }
 
@@ -61,15 +61,15 @@ ReportPicture FolderPicture(const RunContext& run, const std::string& fileName,
 
 void WriteRunReport(RunContext& run, const std::string& title,
                     const std::vector<ReportSection>& sections) {
-  ReportSpec spec;
-  spec.title = title;
-  spec.toolVersion = OMBRIX_VERSION;
+  ReportPage page;
+  page.title = title;
+  page.toolVersion = OMBRIX_VERSION;
   for (const std::string& argument : run.Options().commandLine) {
-    if (!spec.commandLine.empty()) spec.commandLine += ' ';
-    spec.commandLine += argument;
+    if (!page.commandLine.empty()) page.commandLine += ' ';
+    page.commandLine += argument;
   }
-  spec.sections = sections;
-  Guarded([&] { WriteReport(spec, run.Folder().File("report.html")); });
+  page.sections = sections;
+  Guarded([&] { WriteReport(page, run.Folder().File("report.html")); });
   run.Document().AddOutput("report.html", "the report: summary, pictures and plots in one page");
 }
 

@@ -15,7 +15,7 @@ namespace ombrix_tool {
 
 // Writes a line plot (PNG and SVG) named stem.png / stem.svg into the folder, records both, and
 // returns the picture for the report. Failures become ToolError (exit 2) naming the file.
-ReportPicture AddCurvePlot(RunContext& run, const PlotSpec& spec, const std::string& stem,
+ReportPicture AddCurvePlot(RunContext& run, const LinePlot& plot, const std::string& stem,
                            const std::string& caption);
 
 // The histogram and the false-colour picture of a 32-bit float map (PNG; the histogram also SVG).

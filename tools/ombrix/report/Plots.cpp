@@ -247,13 +247,13 @@ void DrawLegend(const std::vector<LegendEntry>& entries, PLINT position) {
            colours.data(), styles.data(), widths.data(), nullptr, nullptr, nullptr, nullptr);
 }
 
-void DrawCurves(const PlotSpec& spec, double xmin, double xmax, double ymin, double ymax) {
-  DrawFrame(xmin, xmax, ymin, ymax, spec.title, spec.xLabel, spec.yLabel);
+void DrawCurves(const LinePlot& plot, double xmin, double xmax, double ymin, double ymax) {
+  DrawFrame(xmin, xmax, ymin, ymax, plot.title, plot.xLabel, plot.yLabel);
   std::vector<LegendEntry> legend;
   std::vector<std::pair<double, double>> inBox;
   std::size_t series = 0;
   plwidth(kCurveWidth);
-  for (const Curve& curve : spec.curves) {
+  for (const Curve& curve : plot.curves) {
     const PLINT colour = SeriesColour(series++);
     plcol0(colour);
     pllsty(kSolid);
@@ -280,7 +280,7 @@ void DrawCurves(const PlotSpec& spec, double xmin, double xmax, double ymin, dou
   }
   const double xr = xmax - xmin;
   const double yr = ymax - ymin;
-  for (const VerticalMarker& marker : spec.vmarkers) {
+  for (const VerticalMarker& marker : plot.vmarkers) {
     if (!std::isfinite(marker.x)) continue;
     const PLINT colour = SeriesColour(series++);
     plcol0(colour);
@@ -297,7 +297,7 @@ void DrawCurves(const PlotSpec& spec, double xmin, double xmax, double ymin, dou
     if (!marker.label.empty()) legend.push_back({marker.label, colour, kDashed, false});
     for (int k = 0; k <= 10; ++k) inBox.emplace_back((marker.x - xmin) / xr, k / 10.0);
   }
-  for (const HorizontalMarker& marker : spec.hmarkers) {
+  for (const HorizontalMarker& marker : plot.hmarkers) {
     if (!std::isfinite(marker.y)) continue;
     const PLINT colour = SeriesColour(series++);
     plcol0(colour);
@@ -384,9 +384,9 @@ std::string Count(std::size_t n) { return std::to_string(n); }
 
 }  // namespace
 
-void PlotCurves(const PlotSpec& spec, const std::string& pngPath, const std::string& svgPath) {
+void PlotCurves(const LinePlot& plot, const std::string& pngPath, const std::string& svgPath) {
   Range xs, ys;
-  for (const Curve& curve : spec.curves) {
+  for (const Curve& curve : plot.curves) {
     if (curve.x.size() != curve.y.size()) {
       throw std::runtime_error(pngPath + ": curve \"" + curve.label + "\" has " +
                                Count(curve.x.size()) + " x and " + Count(curve.y.size()) +
@@ -399,24 +399,24 @@ void PlotCurves(const PlotSpec& spec, const std::string& pngPath, const std::str
       }
     }
   }
-  for (const VerticalMarker& marker : spec.vmarkers) xs.Add(marker.x);
-  for (const HorizontalMarker& marker : spec.hmarkers) ys.Add(marker.y);
-  CheckFinite(spec.xmin, "xmin", pngPath);
-  CheckFinite(spec.xmax, "xmax", pngPath);
-  CheckFinite(spec.ymin, "ymin", pngPath);
-  CheckFinite(spec.ymax, "ymax", pngPath);
-  if (std::isfinite(spec.xmin) && std::isfinite(spec.xmax) && !(spec.xmax > spec.xmin)) {
+  for (const VerticalMarker& marker : plot.vmarkers) xs.Add(marker.x);
+  for (const HorizontalMarker& marker : plot.hmarkers) ys.Add(marker.y);
+  CheckFinite(plot.xmin, "xmin", pngPath);
+  CheckFinite(plot.xmax, "xmax", pngPath);
+  CheckFinite(plot.ymin, "ymin", pngPath);
+  CheckFinite(plot.ymax, "ymax", pngPath);
+  if (std::isfinite(plot.xmin) && std::isfinite(plot.xmax) && !(plot.xmax > plot.xmin)) {
     throw std::runtime_error(pngPath + ": xmax must be greater than xmin");
   }
-  if (std::isfinite(spec.ymin) && std::isfinite(spec.ymax) && !(spec.ymax > spec.ymin)) {
+  if (std::isfinite(plot.ymin) && std::isfinite(plot.ymax) && !(plot.ymax > plot.ymin)) {
     throw std::runtime_error(pngPath + ": ymax must be greater than ymin");
   }
   double xmin, xmax, ymin, ymax;
-  AxisLimits(spec.xmin, spec.xmax, xs, 0.0, xmin, xmax);
-  AxisLimits(spec.ymin, spec.ymax, ys, 0.05, ymin, ymax);
+  AxisLimits(plot.xmin, plot.xmax, xs, 0.0, xmin, xmax);
+  AxisLimits(plot.ymin, plot.ymax, ys, 0.05, ymin, ymax);
 
   std::lock_guard<std::mutex> lock(PlplotMutex());
-  auto draw = [&] { DrawCurves(spec, xmin, xmax, ymin, ymax); };
+  auto draw = [&] { DrawCurves(plot, xmin, xmax, ymin, ymax); };
   WritePlots(pngPath, svgPath, draw);
 }
 

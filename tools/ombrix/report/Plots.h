@@ -23,7 +23,7 @@ struct HorizontalMarker {  // dashed horizontal line with label
   std::string label;
   double y;
 };
-struct PlotSpec {
+struct LinePlot {
   std::string title, xLabel, yLabel;       // labels include units, e.g. "cycles/pixel"
   std::vector<Curve> curves;               // legend shows every label
   std::vector<VerticalMarker> vmarkers;    // e.g. MTF50, Nyquist, cut frequency
@@ -46,7 +46,7 @@ constexpr double kPlotBoxBottom = 0.12, kPlotBoxTop = 0.90;
 // Line plot with axes, ticks, grid, legend (PLplot, cairo driver). Writes PNG at pngPath and, when
 // svgPath is not empty, the same plot as SVG. Curves need as many x as y values; non-finite points
 // break a curve. Markers are drawn in the legend and labelled at their line.
-void PlotCurves(const PlotSpec& spec, const std::string& pngPath, const std::string& svgPath = "");
+void PlotCurves(const LinePlot& plot, const std::string& pngPath, const std::string& svgPath = "");
 
 // Histogram of the finite values of a 32F image (bins over [lo, hi]; lo/hi NAN: 0 and the 99.9th
 // pct; lo NAN is the smallest value instead when that is negative). Values outside [lo, hi] are

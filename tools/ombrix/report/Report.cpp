@@ -161,17 +161,17 @@ std::string EncodeBase64(const std::string& bytes) {
   return encoded;
 }
 
-void WriteReport(const ReportSpec& spec, const std::string& htmlPath) {
+void WriteReport(const ReportPage& page, const std::string& htmlPath) {
   std::ostringstream html;
   html << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-       << "<title>" << EscapeHtml(spec.title) << "</title>\n<style>" << kStyle
-       << "</style>\n</head>\n<body>\n<h1>" << EscapeHtml(spec.title) << "</h1>\n"
-       << "<p class=\"run\">ombrix " << EscapeHtml(spec.toolVersion);
-  if (!spec.commandLine.empty())
-    html << " &middot; <code>" << EscapeHtml(spec.commandLine) << "</code>";
+       << "<title>" << EscapeHtml(page.title) << "</title>\n<style>" << kStyle
+       << "</style>\n</head>\n<body>\n<h1>" << EscapeHtml(page.title) << "</h1>\n"
+       << "<p class=\"run\">ombrix " << EscapeHtml(page.toolVersion);
+  if (!page.commandLine.empty())
+    html << " &middot; <code>" << EscapeHtml(page.commandLine) << "</code>";
   html << "</p>\n";
-  for (std::size_t s = 0; s < spec.sections.size(); ++s) {
-    const ReportSection& section = spec.sections[s];
+  for (std::size_t s = 0; s < page.sections.size(); ++s) {
+    const ReportSection& section = page.sections[s];
     html << "<section>\n<h2>" << EscapeHtml(section.heading) << "</h2>\n";
     WriteParagraphs(html, section.text);
     for (std::size_t t = 0; t < section.tables.size(); ++t) {

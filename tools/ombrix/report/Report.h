@@ -22,7 +22,7 @@ struct ReportSection {
   std::vector<ReportTable> tables;
   std::vector<ReportPicture> pictures;
 };
-struct ReportSpec {
+struct ReportPage {
   std::string title;
   std::string toolVersion;
   std::string commandLine;
@@ -34,7 +34,7 @@ struct ReportSpec {
 // first table of each section (the others have the class "data"). Throws
 // std::runtime_error("<path>: <reason>") naming the picture that cannot be read or the page that
 // cannot be written; writes to a temporary name and renames.
-void WriteReport(const ReportSpec& spec, const std::string& htmlPath);
+void WriteReport(const ReportPage& page, const std::string& htmlPath);
 
 // The text with &, <, >, " and ' replaced by their character references.
 std::string EscapeHtml(const std::string& text);

@@ -127,16 +127,16 @@ Curve Line(const std::string& label, double y0, double y1, int points = 51) {
   return curve;
 }
 
-PlotSpec UnitSpec() {
-  PlotSpec spec;
-  spec.title = "Test plot";
-  spec.xLabel = "frequency (cycles/pixel)";
-  spec.yLabel = "MTF";
-  spec.xmin = 0.0;
-  spec.xmax = 1.0;
-  spec.ymin = 0.0;
-  spec.ymax = 1.0;
-  return spec;
+LinePlot UnitPlot() {
+  LinePlot plot;
+  plot.title = "Test plot";
+  plot.xLabel = "frequency (cycles/pixel)";
+  plot.yLabel = "MTF";
+  plot.xmin = 0.0;
+  plot.xmax = 1.0;
+  plot.ymin = 0.0;
+  plot.ymax = 1.0;
+  return plot;
 }
 
 template <typename F>
@@ -157,9 +157,9 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
 
 TEST(Plots, CurvesPngDecodesAtThePlotSize) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.25, 0.25));
-  PlotCurves(spec, folder / "plot.png");
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.25, 0.25));
+  PlotCurves(plot, folder / "plot.png");
   const cv::Mat picture = ReadRgb(folder / "plot.png");
   ASSERT_FALSE(picture.empty());
   EXPECT_EQ(picture.cols, kPlotWidth);
@@ -172,10 +172,10 @@ TEST(Plots, CurvesPngDecodesAtThePlotSize) {
 
 TEST(Plots, CurvesLieWhereTheirDataPutThem) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.25, 0.25));
-  spec.curves.push_back(Line("rising", 0.0, 1.0));
-  PlotCurves(spec, folder / "plot.png");
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.25, 0.25));
+  plot.curves.push_back(Line("rising", 0.0, 1.0));
+  PlotCurves(plot, folder / "plot.png");
   const cv::Mat picture = ReadRgb(folder / "plot.png");
   ASSERT_FALSE(picture.empty());
 
@@ -218,11 +218,11 @@ TEST(Plots, CurvesLieWhereTheirDataPutThem) {
 
 TEST(Plots, MarkersAreDrawnAtTheirPositions) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.1, 0.1));
-  spec.vmarkers.push_back({"Nyquist", 0.5});      // second series colour
-  spec.hmarkers.push_back({"MTF = 0.75", 0.75});  // third
-  PlotCurves(spec, folder / "plot.png");
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.1, 0.1));
+  plot.vmarkers.push_back({"Nyquist", 0.5});      // second series colour
+  plot.hmarkers.push_back({"MTF = 0.75", 0.75});  // third
+  PlotCurves(plot, folder / "plot.png");
   const cv::Mat picture = ReadRgb(folder / "plot.png");
   ASSERT_FALSE(picture.empty());
 
@@ -245,9 +245,9 @@ TEST(Plots, MarkersAreDrawnAtTheirPositions) {
 
 TEST(Plots, GridLinesCrossTheBox) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.1, 0.1));
-  PlotCurves(spec, folder / "plot.png");
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.1, 0.1));
+  PlotCurves(plot, folder / "plot.png");
   const cv::Mat picture = ReadRgb(folder / "plot.png");
   ASSERT_FALSE(picture.empty());
   // Columns inside the box that are grid grey over most of the box's height: the vertical grid
@@ -269,9 +269,9 @@ TEST(Plots, LegendTextIsDrawnInAnEmptyCorner) {
   CTemporaryFolder folder;
   // The same plot with a short and a long label: they differ only where the legend is, and the
   // low flat curve leaves the top right corner free for it.
-  PlotSpec shortLabel = UnitSpec();
+  LinePlot shortLabel = UnitPlot();
   shortLabel.curves.push_back(Line("a", 0.2, 0.2));
-  PlotSpec longLabel = shortLabel;
+  LinePlot longLabel = shortLabel;
   longLabel.curves[0].label = "a much longer legend label";
   PlotCurves(shortLabel, folder / "short.png");
   PlotCurves(longLabel, folder / "long.png");
@@ -303,9 +303,9 @@ TEST(Plots, LongLegendStaysInsideTheBox) {
   CTemporaryFolder folder;
   // 30 edges: with labels and without (no legend); the legend is all that differs, and it must
   // lie inside the axes box, above the low curves.
-  PlotSpec unlabelled = UnitSpec();
+  LinePlot unlabelled = UnitPlot();
   for (int i = 0; i < 30; ++i) unlabelled.curves.push_back(Line("", 0.01 * i, 0.01 * i));
-  PlotSpec labelled = unlabelled;
+  LinePlot labelled = unlabelled;
   for (int i = 0; i < 30; ++i) labelled.curves[i].label = "edge " + std::to_string(i + 1);
   PlotCurves(unlabelled, folder / "plain.png");
   PlotCurves(labelled, folder / "legend.png");
@@ -329,13 +329,13 @@ TEST(Plots, LongLegendStaysInsideTheBox) {
 
 TEST(Plots, SvgHoldsEveryLabelAsText) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.title = "MTF of edge #3";  // '#' is PLplot's escape character
-  spec.curves.push_back(Line("edge 3 <left> & right", 1.0, 0.0));
-  spec.vmarkers.push_back({"Nyquist", 0.5});
-  spec.hmarkers.push_back({"MTF = 0.1", 0.1});
-  spec.yLabel = "MTF \xb5m";  // not UTF-8 (Latin-1): drawn with a replacement character
-  PlotCurves(spec, folder / "plot.png", folder / "plot.svg");
+  LinePlot plot = UnitPlot();
+  plot.title = "MTF of edge #3";  // '#' is PLplot's escape character
+  plot.curves.push_back(Line("edge 3 <left> & right", 1.0, 0.0));
+  plot.vmarkers.push_back({"Nyquist", 0.5});
+  plot.hmarkers.push_back({"MTF = 0.1", 0.1});
+  plot.yLabel = "MTF \xb5m";  // not UTF-8 (Latin-1): drawn with a replacement character
+  PlotCurves(plot, folder / "plot.png", folder / "plot.svg");
   const std::string svg = ReadText(folder / "plot.svg");
   ASSERT_NE(svg.find("<svg"), std::string::npos);
   const std::string text = DecodeXmlText(svg);
@@ -350,10 +350,10 @@ TEST(Plots, SvgHoldsEveryLabelAsText) {
 
 TEST(Plots, CurvesOfUnequalLengthAreRefusedAndNothingIsWritten) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back({"bad", {0.0, 0.5, 1.0}, {0.0, 1.0}});
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back({"bad", {0.0, 0.5, 1.0}, {0.0, 1.0}});
   const std::string path = folder / "plot.png";
-  const std::string error = ErrorOf([&] { PlotCurves(spec, path, folder / "plot.svg"); });
+  const std::string error = ErrorOf([&] { PlotCurves(plot, path, folder / "plot.svg"); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   EXPECT_NE(error.find("bad"), std::string::npos) << error;
   EXPECT_TRUE(folder.Entries().empty());
@@ -361,25 +361,25 @@ TEST(Plots, CurvesOfUnequalLengthAreRefusedAndNothingIsWritten) {
 
 TEST(Plots, InvertedOrInfiniteAxisLimitsAreRefused) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.5, 0.5));
-  spec.xmin = 1.0;
-  spec.xmax = 0.0;
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.5, 0.5));
+  plot.xmin = 1.0;
+  plot.xmax = 0.0;
   EXPECT_TRUE(
-      StartsWith(ErrorOf([&] { PlotCurves(spec, folder / "a.png"); }), folder / "a.png" + ": "));
-  spec = UnitSpec();
-  spec.ymax = INFINITY;
+      StartsWith(ErrorOf([&] { PlotCurves(plot, folder / "a.png"); }), folder / "a.png" + ": "));
+  plot = UnitPlot();
+  plot.ymax = INFINITY;
   EXPECT_TRUE(
-      StartsWith(ErrorOf([&] { PlotCurves(spec, folder / "b.png"); }), folder / "b.png" + ": "));
+      StartsWith(ErrorOf([&] { PlotCurves(plot, folder / "b.png"); }), folder / "b.png" + ": "));
   EXPECT_TRUE(folder.Entries().empty());
 }
 
 TEST(Plots, MissingFolderRaisesAnErrorNamingThePath) {
   CTemporaryFolder folder;
   const std::string path = folder / "no-such-folder/plot.png";
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("flat", 0.5, 0.5));
-  const std::string error = ErrorOf([&] { PlotCurves(spec, path); });
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("flat", 0.5, 0.5));
+  const std::string error = ErrorOf([&] { PlotCurves(plot, path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   const cv::Mat map(10, 10, CV_32F, cv::Scalar(1));
   EXPECT_TRUE(
@@ -388,16 +388,16 @@ TEST(Plots, MissingFolderRaisesAnErrorNamingThePath) {
       StartsWith(ErrorOf([&] { PlotFalseColour(map, NAN, NAN, "t", "DN", path); }), path + ": "));
   // A missing SVG folder is found before the PNG is kept.
   const std::string png = folder / "plot.png";
-  const std::string svgError = ErrorOf([&] { PlotCurves(spec, png, path); });
+  const std::string svgError = ErrorOf([&] { PlotCurves(plot, png, path); });
   EXPECT_TRUE(StartsWith(svgError, path + ": ")) << svgError;
   EXPECT_TRUE(folder.Entries().empty());
 }
 
 TEST(Plots, NonFinitePointsAreLeftOut) {
   CTemporaryFolder folder;
-  PlotSpec spec;  // axis limits from the data
-  spec.curves.push_back({"gaps", {0.0, 0.5, NAN, 1.0, 2.0}, {1.0, 1.0, 5.0, INFINITY, 1.0}});
-  PlotCurves(spec, folder / "plot.png");
+  LinePlot plot;  // axis limits from the data
+  plot.curves.push_back({"gaps", {0.0, 0.5, NAN, 1.0, 2.0}, {1.0, 1.0, 5.0, INFINITY, 1.0}});
+  PlotCurves(plot, folder / "plot.png");
   EXPECT_FALSE(ReadRgb(folder / "plot.png").empty());
 }
 
@@ -545,14 +545,14 @@ TEST(Plots, LargeFalseColourMapIsShownWhole) {
 
 TEST(Plots, ConcurrentPlotsEqualThePlotDrawnAlone) {
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.curves.push_back(Line("rising", 0.0, 1.0));
-  spec.vmarkers.push_back({"half", 0.5});
-  PlotCurves(spec, folder / "alone.png");
+  LinePlot plot = UnitPlot();
+  plot.curves.push_back(Line("rising", 0.0, 1.0));
+  plot.vmarkers.push_back({"half", 0.5});
+  PlotCurves(plot, folder / "alone.png");
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&, t] {
-      PlotCurves(spec, folder / ("thread" + std::to_string(t) + ".png"),
+      PlotCurves(plot, folder / ("thread" + std::to_string(t) + ".png"),
                  folder / ("thread" + std::to_string(t) + ".svg"));
     });
   }
@@ -570,15 +570,15 @@ TEST(Plots, PlottingPrintsNothing) {
   // The tool prints its JSON on standard output; a plot must add nothing to it or to the errors,
   // whatever its labels hold.
   CTemporaryFolder folder;
-  PlotSpec spec = UnitSpec();
-  spec.title = "edge \xff\xfe of chart \xc3";
-  spec.curves.push_back(Line("MTF \xe2\x82", 1.0, 0.0));
-  spec.vmarkers.push_back({"Nyquist #", 0.5});
+  LinePlot plot = UnitPlot();
+  plot.title = "edge \xff\xfe of chart \xc3";
+  plot.curves.push_back(Line("MTF \xe2\x82", 1.0, 0.0));
+  plot.vmarkers.push_back({"Nyquist #", 0.5});
   cv::Mat map(20, 30, CV_32F, cv::Scalar(2.0f));
   map.at<float>(3, 4) = NAN;
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
-  PlotCurves(spec, folder / "curves.png", folder / "curves.svg");
+  PlotCurves(plot, folder / "curves.png", folder / "curves.svg");
   PlotHistogram(map, 16, NAN, NAN, "noise \xff", "DN", folder / "h.png", folder / "h.svg");
   PlotFalseColour(map, NAN, NAN, "map \xff", "DN \xff", folder / "map.png");
   const std::string out = testing::internal::GetCapturedStdout();

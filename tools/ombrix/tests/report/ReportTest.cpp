@@ -76,8 +76,8 @@ TEST(Report, Base64MatchesTheStandardVectors) {
 
 TEST(Report, EveryPictureIsEmbeddedAsADataUriOfItsBytes) {
   CTemporaryFolder folder;
-  ReportSpec spec{"MTF", "0.1", "ombrix mtf a.tif", {}};
-  spec.sections.push_back({"a.tif",
+  ReportPage page{"MTF", "0.1", "ombrix mtf a.tif", {}};
+  page.sections.push_back({"a.tif",
                            "",
                            {EdgeTable(2)},
                            {{"MTF curves", WritePng(folder / "one.png", 10)},
@@ -86,8 +86,8 @@ TEST(Report, EveryPictureIsEmbeddedAsADataUriOfItsBytes) {
       "<?xml version=\"1.0\"?>\n<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"4\" "
       "height=\"4\"><rect width=\"4\" height=\"4\"/></svg>\n";
   WriteText(folder / "three.svg", svg);
-  spec.sections.push_back({"b.tif", "", {}, {{"Histogram", folder / "three.svg"}}});
-  WriteReport(spec, folder / "report.html");
+  page.sections.push_back({"b.tif", "", {}, {{"Histogram", folder / "three.svg"}}});
+  WriteReport(page, folder / "report.html");
   const std::string html = ReadText(folder / "report.html");
   for (const char* name : {"one.png", "two.png"}) {
     const std::string uri =
@@ -110,10 +110,10 @@ TEST(Report, TextIsEscapedEverywhere) {
   const std::string nasty = "<script>alert('x')</script> & \"quoted\"";
   const std::string escaped =
       "&lt;script&gt;alert(&#39;x&#39;)&lt;/script&gt; &amp; &quot;quoted&quot;";
-  ReportSpec spec{nasty, nasty, nasty, {}};
+  ReportPage page{nasty, nasty, nasty, {}};
   ReportTable table{{nasty}, {{nasty}}};
-  spec.sections.push_back({nasty, nasty, {table}, {{nasty, WritePng(folder / "p.png", 1)}}});
-  WriteReport(spec, folder / "report.html");
+  page.sections.push_back({nasty, nasty, {table}, {{nasty, WritePng(folder / "p.png", 1)}}});
+  WriteReport(page, folder / "report.html");
   const std::string html = ReadText(folder / "report.html");
   EXPECT_EQ(html.find("<script"), std::string::npos);
   EXPECT_EQ(html.find("\"quoted\""), std::string::npos);
@@ -125,9 +125,9 @@ TEST(Report, TextIsEscapedEverywhere) {
 
 TEST(Report, ParagraphsAndLineBreaksOfTheText) {
   CTemporaryFolder folder;
-  ReportSpec spec{"t", "1", "", {}};
-  spec.sections.push_back({"s", "first line\nsecond line\n\nnext paragraph", {}, {}});
-  WriteReport(spec, folder / "report.html");
+  ReportPage page{"t", "1", "", {}};
+  page.sections.push_back({"s", "first line\nsecond line\n\nnext paragraph", {}, {}});
+  WriteReport(page, folder / "report.html");
   const std::string html = ReadText(folder / "report.html");
   EXPECT_NE(html.find("<p>first line<br>\nsecond line</p>"), std::string::npos);
   EXPECT_NE(html.find("<p>next paragraph</p>"), std::string::npos);
@@ -135,10 +135,10 @@ TEST(Report, ParagraphsAndLineBreaksOfTheText) {
 
 TEST(Report, FirstTableOfASectionIsTheSummary) {
   CTemporaryFolder folder;
-  ReportSpec spec{"t", "1", "", {}};
-  spec.sections.push_back({"first", "", {EdgeTable(3), EdgeTable(1)}, {}});
-  spec.sections.push_back({"second", "", {EdgeTable(2)}, {}});
-  WriteReport(spec, folder / "report.html");
+  ReportPage page{"t", "1", "", {}};
+  page.sections.push_back({"first", "", {EdgeTable(3), EdgeTable(1)}, {}});
+  page.sections.push_back({"second", "", {EdgeTable(2)}, {}});
+  WriteReport(page, folder / "report.html");
   const std::string html = ReadText(folder / "report.html");
   EXPECT_EQ(Occurrences(html, "<table class=\"summary\">"), 2u);
   EXPECT_EQ(Occurrences(html, "<table class=\"data\">"), 1u);
@@ -154,7 +154,7 @@ TEST(Report, FirstTableOfASectionIsTheSummary) {
 TEST(Report, MissingFolderRaisesAnErrorNamingThePath) {
   CTemporaryFolder folder;
   const std::string path = folder / "missing/report.html";
-  const std::string error = ErrorOf([&] { WriteReport(ReportSpec{"t", "1", "", {}}, path); });
+  const std::string error = ErrorOf([&] { WriteReport(ReportPage{"t", "1", "", {}}, path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   EXPECT_TRUE(folder.Entries().empty());
 }
@@ -163,14 +163,14 @@ TEST(Report, MissingOrUnknownPictureNamesThePictureAndKeepsTheOldPage) {
   CTemporaryFolder folder;
   const std::string path = folder / "report.html";
   WriteText(path, "previous page");
-  ReportSpec spec{"t", "1", "", {}};
-  spec.sections.push_back({"s", "", {}, {{"gone", folder / "gone.png"}}});
-  std::string error = ErrorOf([&] { WriteReport(spec, path); });
+  ReportPage page{"t", "1", "", {}};
+  page.sections.push_back({"s", "", {}, {{"gone", folder / "gone.png"}}});
+  std::string error = ErrorOf([&] { WriteReport(page, path); });
   EXPECT_TRUE(StartsWith(error, folder / "gone.png" + ": ")) << error;
 
   WriteText(folder / "notes.png", "this is not a picture");
-  spec.sections[0].pictures = {{"text", folder / "notes.png"}};
-  error = ErrorOf([&] { WriteReport(spec, path); });
+  page.sections[0].pictures = {{"text", folder / "notes.png"}};
+  error = ErrorOf([&] { WriteReport(page, path); });
   EXPECT_TRUE(StartsWith(error, folder / "notes.png" + ": ")) << error;
 
   EXPECT_EQ(ReadText(path), "previous page");
@@ -182,11 +182,11 @@ TEST(Report, MissingOrUnknownPictureNamesThePictureAndKeepsTheOldPage) {
 TEST(Report, RowWithTheWrongCellCountIsRefused) {
   CTemporaryFolder folder;
   const std::string path = folder / "report.html";
-  ReportSpec spec{"t", "1", "", {}};
+  ReportPage page{"t", "1", "", {}};
   ReportTable table = EdgeTable(2);
   table.rows[1].push_back("extra");
-  spec.sections.push_back({"s", "", {table}, {}});
-  const std::string error = ErrorOf([&] { WriteReport(spec, path); });
+  page.sections.push_back({"s", "", {table}, {}});
+  const std::string error = ErrorOf([&] { WriteReport(page, path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   EXPECT_NE(error.find("row 2"), std::string::npos) << error;
   EXPECT_TRUE(folder.Entries().empty());
@@ -196,7 +196,7 @@ TEST(Report, RewritingReplacesThePageWhole) {
   CTemporaryFolder folder;
   const std::string path = folder / "report.html";
   WriteText(path, std::string(100000, 'x'));
-  WriteReport(ReportSpec{"short", "1", "", {}}, path);
+  WriteReport(ReportPage{"short", "1", "", {}}, path);
   const std::string html = ReadText(path);
   EXPECT_EQ(html.find('x' + std::string(10, 'x')), std::string::npos);
   EXPECT_EQ(html.rfind("</html>\n"), html.size() - 8);

@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
   const std::string out = std::string(argv[1]) + "/";
   try {
     std::filesystem::create_directories(argv[1]);
-    PlotSpec mtf;
+    LinePlot mtf;
     mtf.title = "MTF of every edge";
     mtf.xLabel = "spatial frequency (cycles/pixel)";
     mtf.yLabel = "MTF";
@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
     mtf.hmarkers = {{"MTF = 0.5", 0.5}, {"MTF = 0.1", 0.1}};
     PlotCurves(mtf, out + "mtf.png", out + "mtf.svg");
 
-    PlotSpec esf;
+    LinePlot esf;
     esf.title = "Edge spread function, edge 1";
     esf.xLabel = "distance from the edge (pixels)";
     esf.yLabel = "signal (DN)";
@@ -90,22 +90,22 @@ int main(int argc, char** argv) {
     PlotFalseColour(noise, NAN, NAN, "Temporal noise map", "temporal noise (DN)",
                     out + "noise.png");
 
-    ReportSpec spec;
-    spec.title = "ombrix mtf <sample> & \"report\"";
-    spec.toolVersion = "0.1";
-    spec.commandLine = "ombrix mtf chart.tif --pixel-pitch 3.45 --out \"<dir>\"";
-    spec.sections.push_back({"Chart \"chart.tif\"",
+    ReportPage page;
+    page.title = "ombrix mtf <sample> & \"report\"";
+    page.toolVersion = "0.1";
+    page.commandLine = "ombrix mtf chart.tif --pixel-pitch 3.45 --out \"<dir>\"";
+    page.sections.push_back({"Chart \"chart.tif\"",
                              "Four edges measured.\n\nThe interval is 95 % <wide>.",
                              {summary, ReportTable{{"figure", "value"}, {{"edges", "4"}}}},
                              {{"MTF curves", out + "mtf.png"},
                               {"MTF curves (SVG)", out + "mtf.svg"},
                               {"Edge spread function", out + "esf.png"}}});
-    spec.sections.push_back(
+    page.sections.push_back(
         {"Noise",
          "",
          {},
          {{"Histogram", out + "histogram.png"}, {"Noise map", out + "noise.png"}}});
-    WriteReport(spec, out + "report.html");
+    WriteReport(page, out + "report.html");
   } catch (const std::exception& e) {
     std::fprintf(stderr, "%s\n", e.what());
     return 1;
