@@ -21,6 +21,7 @@
 #include "Random.h"
 #include "TemporalNoiseModel.h"
 #include "TemporalNoiseReference.h"
+#include "ThrownMessage.h"
 #include "stack/TemporalNoise.h"
 
 namespace {
@@ -45,12 +46,7 @@ cv::Mat RandomFrame(datagen::Random& random, int rows, int cols, int lo, int hi)
 
 // The std::invalid_argument message that call throws, or "" when it throws nothing.
 std::string InvalidArgumentMessage(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const std::invalid_argument& e) {
-    return e.what();
-  }
-  return "";
+  return testerrors::ThrownMessage<std::invalid_argument>(call);
 }
 
 bool BitwiseEqual(const cv::Mat& a, const cv::Mat& b) {

@@ -4,23 +4,16 @@
 
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
-#include <sstream>
 #include <stdexcept>
 
 #include "Report.h"
 #include "TemporaryFolder.h"
+#include "WrittenFiles.h"
 
 using namespace ombrix_tool;
-using ombrix_tool_test::CTemporaryFolder;
+using namespace ombrix_tool_test;
 
 namespace {
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 void WriteText(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
@@ -34,20 +27,6 @@ std::size_t Occurrences(const std::string& text, const std::string& what) {
   return count;
 }
 
-template <typename F>
-std::string ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "";
-}
-
-bool StartsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 // A small PNG whose bytes differ with the value.
 std::string WritePng(const std::string& path, int value) {
   cv::Mat picture(7, 5, CV_8UC3, cv::Scalar(value, 255 - value, 3));
@@ -59,6 +38,17 @@ ReportTable EdgeTable(int rows) {
   ReportTable table{{"edge", "MTF50 (cycles/pixel)"}, {}};
   for (int r = 0; r < rows; ++r) table.rows.push_back({std::to_string(r + 1), "0.25"});
   return table;
+}
+
+// A page with a placeholder title, version 1 and no command line.
+ReportPage PageOf(std::vector<ReportSection> sections) {
+  return ReportPage{"t", "1", "", std::move(sections)};
+}
+
+// The page written into the folder as report.html, read back.
+std::string WrittenHtml(const CTemporaryFolder& folder, const ReportPage& page) {
+  WriteReport(page, folder / "report.html");
+  return ReadText(folder / "report.html");
 }
 
 }  // namespace
@@ -87,8 +77,7 @@ TEST(Report, EveryPictureIsEmbeddedAsADataUriOfItsBytes) {
       "height=\"4\"><rect width=\"4\" height=\"4\"/></svg>\n";
   WriteText(folder / "three.svg", svg);
   page.sections.push_back({"b.tif", "", {}, {{"Histogram", folder / "three.svg"}}});
-  WriteReport(page, folder / "report.html");
-  const std::string html = ReadText(folder / "report.html");
+  const std::string html = WrittenHtml(folder, page);
   for (const char* name : {"one.png", "two.png"}) {
     const std::string uri =
         "src=\"data:image/png;base64," + EncodeBase64(ReadText(folder / name)) + "\"";
@@ -98,10 +87,9 @@ TEST(Report, EveryPictureIsEmbeddedAsADataUriOfItsBytes) {
   // Nothing refers outside the page: every src is a data: URI, and there is no link or script.
   EXPECT_EQ(Occurrences(html, "src=\""), 3u);
   EXPECT_EQ(Occurrences(html, "src=\"data:"), 3u);
-  EXPECT_EQ(Occurrences(html, "<link"), 0u);
-  EXPECT_EQ(Occurrences(html, "<script"), 0u);
-  EXPECT_EQ(Occurrences(html, "http://"), 0u);
-  EXPECT_EQ(Occurrences(html, "https://"), 0u);
+  for (const char* outside : {"<link", "<script", "http://", "https://"}) {
+    EXPECT_EQ(Occurrences(html, outside), 0u) << outside;
+  }
   EXPECT_NE(html.find("<meta charset=\"utf-8\">"), std::string::npos);
 }
 
@@ -113,8 +101,7 @@ TEST(Report, TextIsEscapedEverywhere) {
   ReportPage page{nasty, nasty, nasty, {}};
   ReportTable table{{nasty}, {{nasty}}};
   page.sections.push_back({nasty, nasty, {table}, {{nasty, WritePng(folder / "p.png", 1)}}});
-  WriteReport(page, folder / "report.html");
-  const std::string html = ReadText(folder / "report.html");
+  const std::string html = WrittenHtml(folder, page);
   EXPECT_EQ(html.find("<script"), std::string::npos);
   EXPECT_EQ(html.find("\"quoted\""), std::string::npos);
   // Title (twice: <title> and <h1>), version, command line, heading, text, header cell, cell,
@@ -125,21 +112,17 @@ TEST(Report, TextIsEscapedEverywhere) {
 
 TEST(Report, ParagraphsAndLineBreaksOfTheText) {
   CTemporaryFolder folder;
-  ReportPage page{"t", "1", "", {}};
-  page.sections.push_back({"s", "first line\nsecond line\n\nnext paragraph", {}, {}});
-  WriteReport(page, folder / "report.html");
-  const std::string html = ReadText(folder / "report.html");
+  const std::string html =
+      WrittenHtml(folder, PageOf({{"s", "first line\nsecond line\n\nnext paragraph", {}, {}}}));
   EXPECT_NE(html.find("<p>first line<br>\nsecond line</p>"), std::string::npos);
   EXPECT_NE(html.find("<p>next paragraph</p>"), std::string::npos);
 }
 
 TEST(Report, FirstTableOfASectionIsTheSummary) {
   CTemporaryFolder folder;
-  ReportPage page{"t", "1", "", {}};
-  page.sections.push_back({"first", "", {EdgeTable(3), EdgeTable(1)}, {}});
-  page.sections.push_back({"second", "", {EdgeTable(2)}, {}});
-  WriteReport(page, folder / "report.html");
-  const std::string html = ReadText(folder / "report.html");
+  const std::string html =
+      WrittenHtml(folder, PageOf({{"first", "", {EdgeTable(3), EdgeTable(1)}, {}},
+                                  {"second", "", {EdgeTable(2)}, {}}}));
   EXPECT_EQ(Occurrences(html, "<table class=\"summary\">"), 2u);
   EXPECT_EQ(Occurrences(html, "<table class=\"data\">"), 1u);
   EXPECT_EQ(Occurrences(html, "<table"), 3u);
@@ -154,7 +137,7 @@ TEST(Report, FirstTableOfASectionIsTheSummary) {
 TEST(Report, MissingFolderRaisesAnErrorNamingThePath) {
   CTemporaryFolder folder;
   const std::string path = folder / "missing/report.html";
-  const std::string error = ErrorOf([&] { WriteReport(ReportPage{"t", "1", "", {}}, path); });
+  const std::string error = ErrorOf([&] { WriteReport(PageOf({}), path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   EXPECT_TRUE(folder.Entries().empty());
 }
@@ -163,8 +146,7 @@ TEST(Report, MissingOrUnknownPictureNamesThePictureAndKeepsTheOldPage) {
   CTemporaryFolder folder;
   const std::string path = folder / "report.html";
   WriteText(path, "previous page");
-  ReportPage page{"t", "1", "", {}};
-  page.sections.push_back({"s", "", {}, {{"gone", folder / "gone.png"}}});
+  ReportPage page = PageOf({{"s", "", {}, {{"gone", folder / "gone.png"}}}});
   std::string error = ErrorOf([&] { WriteReport(page, path); });
   EXPECT_TRUE(StartsWith(error, folder / "gone.png" + ": ")) << error;
 
@@ -182,10 +164,9 @@ TEST(Report, MissingOrUnknownPictureNamesThePictureAndKeepsTheOldPage) {
 TEST(Report, RowWithTheWrongCellCountIsRefused) {
   CTemporaryFolder folder;
   const std::string path = folder / "report.html";
-  ReportPage page{"t", "1", "", {}};
   ReportTable table = EdgeTable(2);
   table.rows[1].push_back("extra");
-  page.sections.push_back({"s", "", {table}, {}});
+  const ReportPage page = PageOf({{"s", "", {table}, {}}});
   const std::string error = ErrorOf([&] { WriteReport(page, path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   EXPECT_NE(error.find("row 2"), std::string::npos) << error;
