@@ -24,11 +24,11 @@ struct HorizontalMarker {  // dashed horizontal line with label
   double y;
 };
 struct LinePlot {
-  std::string title, xLabel, yLabel;       // labels include units, e.g. "cycles/pixel"
-  std::vector<Curve> curves;               // legend shows every label
-  std::vector<VerticalMarker> vmarkers;    // e.g. MTF50, Nyquist, cut frequency
-  std::vector<HorizontalMarker> hmarkers;  // e.g. MTF = 0.5, 0.1
+  std::string title, xLabel, yLabel;  // labels include units, e.g. "cycles/pixel"
   double xmin = NAN, xmax = NAN, ymin = NAN, ymax = NAN;  // NAN: from the data
+  std::vector<Curve> curves;                              // legend shows every label
+  std::vector<VerticalMarker> vmarkers;                   // e.g. MTF50, Nyquist, cut frequency
+  std::vector<HorizontalMarker> hmarkers;                 // e.g. MTF = 0.5, 0.1
 };
 
 // Size in pixels of every PNG these functions write.

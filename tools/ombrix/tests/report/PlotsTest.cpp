@@ -5,18 +5,17 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
 #include "Plots.h"
 #include "TemporaryFolder.h"
+#include "WrittenFiles.h"
 
 using namespace ombrix_tool;
-using ombrix_tool_test::CTemporaryFolder;
+using namespace ombrix_tool_test;
 
 namespace {
 
@@ -59,13 +58,6 @@ std::vector<cv::Point> PixelsOf(const cv::Mat& rgb, const cv::Vec3b& colour, int
     }
   }
   return points;
-}
-
-std::string ReadText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 // The SVG's text with numeric character references (&#x30;) and the XML entities decoded, so
@@ -127,40 +119,46 @@ Curve Line(const std::string& label, double y0, double y1, int points = 51) {
   return curve;
 }
 
-LinePlot UnitPlot() {
-  LinePlot plot;
-  plot.title = "Test plot";
-  plot.xLabel = "frequency (cycles/pixel)";
-  plot.yLabel = "MTF";
-  plot.xmin = 0.0;
-  plot.xmax = 1.0;
-  plot.ymin = 0.0;
-  plot.ymax = 1.0;
+// The plot drawn into the folder as a PNG, read back (empty when it cannot be read).
+cv::Mat Drawn(const CTemporaryFolder& folder, const LinePlot& plot,
+              const std::string& name = "plot.png") {
+  PlotCurves(plot, folder / name);
+  return ReadRgb(folder / name);
+}
+
+// Two plots drawn into the folder, read back (empty where one could not be read), and the pixels
+// where the pictures differ.
+struct PlotDifference {
+  cv::Mat first, second;
+  std::vector<cv::Point> changed;
+};
+
+PlotDifference DrawAndCompare(const CTemporaryFolder& folder, const LinePlot& first,
+                              const LinePlot& second) {
+  PlotDifference result;
+  result.first = Drawn(folder, first, "first.png");
+  result.second = Drawn(folder, second, "second.png");
+  if (result.first.empty() || result.second.empty()) return result;
+  cv::Mat difference;
+  cv::absdiff(result.first, result.second, difference);
+  cv::cvtColor(difference, difference, cv::COLOR_RGB2GRAY);
+  cv::findNonZero(difference > 0, result.changed);
+  return result;
+}
+
+// Both axes from 0 to 1, with the given curves.
+LinePlot UnitPlot(std::vector<Curve> curves = {}) {
+  LinePlot plot{"Test plot", "frequency (cycles/pixel)", "MTF", 0.0, 1.0, 0.0, 1.0, {}, {}, {}};
+  plot.curves = std::move(curves);
   return plot;
-}
-
-template <typename F>
-std::string ErrorOf(F&& f) {
-  try {
-    f();
-  } catch (const std::runtime_error& e) {
-    return e.what();
-  }
-  return "";
-}
-
-bool StartsWith(const std::string& text, const std::string& prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
 }
 
 }  // namespace
 
 TEST(Plots, CurvesPngDecodesAtThePlotSize) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.25, 0.25));
-  PlotCurves(plot, folder / "plot.png");
-  const cv::Mat picture = ReadRgb(folder / "plot.png");
+  LinePlot plot = UnitPlot({Line("flat", 0.25, 0.25)});
+  const cv::Mat picture = Drawn(folder, plot);
   ASSERT_FALSE(picture.empty());
   EXPECT_EQ(picture.cols, kPlotWidth);
   EXPECT_EQ(picture.rows, kPlotHeight);
@@ -172,11 +170,8 @@ TEST(Plots, CurvesPngDecodesAtThePlotSize) {
 
 TEST(Plots, CurvesLieWhereTheirDataPutThem) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.25, 0.25));
-  plot.curves.push_back(Line("rising", 0.0, 1.0));
-  PlotCurves(plot, folder / "plot.png");
-  const cv::Mat picture = ReadRgb(folder / "plot.png");
+  LinePlot plot = UnitPlot({Line("flat", 0.25, 0.25), Line("rising", 0.0, 1.0)});
+  const cv::Mat picture = Drawn(folder, plot);
   ASSERT_FALSE(picture.empty());
 
   // The flat curve: a horizontal band at y = 0.25 across the whole box.
@@ -218,12 +213,10 @@ TEST(Plots, CurvesLieWhereTheirDataPutThem) {
 
 TEST(Plots, MarkersAreDrawnAtTheirPositions) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.1, 0.1));
+  LinePlot plot = UnitPlot({Line("flat", 0.1, 0.1)});
   plot.vmarkers.push_back({"Nyquist", 0.5});      // second series colour
   plot.hmarkers.push_back({"MTF = 0.75", 0.75});  // third
-  PlotCurves(plot, folder / "plot.png");
-  const cv::Mat picture = ReadRgb(folder / "plot.png");
+  const cv::Mat picture = Drawn(folder, plot);
   ASSERT_FALSE(picture.empty());
 
   const double column = ColumnOf(0.5, 0, 1);
@@ -245,10 +238,8 @@ TEST(Plots, MarkersAreDrawnAtTheirPositions) {
 
 TEST(Plots, GridLinesCrossTheBox) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.1, 0.1));
-  PlotCurves(plot, folder / "plot.png");
-  const cv::Mat picture = ReadRgb(folder / "plot.png");
+  LinePlot plot = UnitPlot({Line("flat", 0.1, 0.1)});
+  const cv::Mat picture = Drawn(folder, plot);
   ASSERT_FALSE(picture.empty());
   // Columns inside the box that are grid grey over most of the box's height: the vertical grid
   // lines at the major ticks (at least three between 0 and 1).
@@ -269,31 +260,22 @@ TEST(Plots, LegendTextIsDrawnInAnEmptyCorner) {
   CTemporaryFolder folder;
   // The same plot with a short and a long label: they differ only where the legend is, and the
   // low flat curve leaves the top right corner free for it.
-  LinePlot shortLabel = UnitPlot();
-  shortLabel.curves.push_back(Line("a", 0.2, 0.2));
+  LinePlot shortLabel = UnitPlot({Line("a", 0.2, 0.2)});
   LinePlot longLabel = shortLabel;
   longLabel.curves[0].label = "a much longer legend label";
-  PlotCurves(shortLabel, folder / "short.png");
-  PlotCurves(longLabel, folder / "long.png");
-  const cv::Mat a = ReadRgb(folder / "short.png");
-  const cv::Mat b = ReadRgb(folder / "long.png");
-  ASSERT_FALSE(a.empty());
-  ASSERT_FALSE(b.empty());
-  cv::Mat difference;
-  cv::absdiff(a, b, difference);
-  cv::cvtColor(difference, difference, cv::COLOR_RGB2GRAY);
-  std::vector<cv::Point> changed;
-  cv::findNonZero(difference > 0, changed);
-  ASSERT_GT(changed.size(), 100u);
+  const PlotDifference legend = DrawAndCompare(folder, shortLabel, longLabel);
+  ASSERT_FALSE(legend.first.empty());
+  ASSERT_FALSE(legend.second.empty());
+  ASSERT_GT(legend.changed.size(), 100u);
   const double middleColumn = 0.5 * (kBoxLeft + kBoxRight);
   const double middleRow = 0.5 * (kBoxTop + kBoxBottom);
-  for (const cv::Point& p : changed) {
+  for (const cv::Point& p : legend.changed) {
     ASSERT_GT(p.x, middleColumn);
     ASSERT_LT(p.y, middleRow);
   }
   // The legend's line sample is drawn in the curve's colour, in the same corner.
   int sample = 0;
-  for (const cv::Point& p : PixelsOf(b, kBlue, 20)) {
+  for (const cv::Point& p : PixelsOf(legend.second, kBlue, 20)) {
     if (p.x > middleColumn && p.y < middleRow) ++sample;
   }
   EXPECT_GT(sample, 10);
@@ -307,19 +289,11 @@ TEST(Plots, LongLegendStaysInsideTheBox) {
   for (int i = 0; i < 30; ++i) unlabelled.curves.push_back(Line("", 0.01 * i, 0.01 * i));
   LinePlot labelled = unlabelled;
   for (int i = 0; i < 30; ++i) labelled.curves[i].label = "edge " + std::to_string(i + 1);
-  PlotCurves(unlabelled, folder / "plain.png");
-  PlotCurves(labelled, folder / "legend.png");
-  const cv::Mat a = ReadRgb(folder / "plain.png");
-  const cv::Mat b = ReadRgb(folder / "legend.png");
-  ASSERT_FALSE(a.empty());
-  ASSERT_FALSE(b.empty());
-  cv::Mat difference;
-  cv::absdiff(a, b, difference);
-  cv::cvtColor(difference, difference, cv::COLOR_RGB2GRAY);
-  std::vector<cv::Point> changed;
-  cv::findNonZero(difference > 0, changed);
-  ASSERT_GT(changed.size(), 1000u);
-  for (const cv::Point& p : changed) {
+  const PlotDifference legend = DrawAndCompare(folder, unlabelled, labelled);
+  ASSERT_FALSE(legend.first.empty());
+  ASSERT_FALSE(legend.second.empty());
+  ASSERT_GT(legend.changed.size(), 1000u);
+  for (const cv::Point& p : legend.changed) {
     ASSERT_GT(p.x, kBoxLeft);
     ASSERT_LT(p.x, kBoxRight);
     ASSERT_GT(p.y, kBoxTop);
@@ -350,8 +324,7 @@ TEST(Plots, SvgHoldsEveryLabelAsText) {
 
 TEST(Plots, CurvesOfUnequalLengthAreRefusedAndNothingIsWritten) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back({"bad", {0.0, 0.5, 1.0}, {0.0, 1.0}});
+  LinePlot plot = UnitPlot({{"bad", {0.0, 0.5, 1.0}, {0.0, 1.0}}});
   const std::string path = folder / "plot.png";
   const std::string error = ErrorOf([&] { PlotCurves(plot, path, folder / "plot.svg"); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
@@ -361,8 +334,7 @@ TEST(Plots, CurvesOfUnequalLengthAreRefusedAndNothingIsWritten) {
 
 TEST(Plots, InvertedOrInfiniteAxisLimitsAreRefused) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.5, 0.5));
+  LinePlot plot = UnitPlot({Line("flat", 0.5, 0.5)});
   plot.xmin = 1.0;
   plot.xmax = 0.0;
   EXPECT_TRUE(
@@ -377,8 +349,7 @@ TEST(Plots, InvertedOrInfiniteAxisLimitsAreRefused) {
 TEST(Plots, MissingFolderRaisesAnErrorNamingThePath) {
   CTemporaryFolder folder;
   const std::string path = folder / "no-such-folder/plot.png";
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("flat", 0.5, 0.5));
+  LinePlot plot = UnitPlot({Line("flat", 0.5, 0.5)});
   const std::string error = ErrorOf([&] { PlotCurves(plot, path); });
   EXPECT_TRUE(StartsWith(error, path + ": ")) << error;
   const cv::Mat map(10, 10, CV_32F, cv::Scalar(1));
@@ -545,8 +516,7 @@ TEST(Plots, LargeFalseColourMapIsShownWhole) {
 
 TEST(Plots, ConcurrentPlotsEqualThePlotDrawnAlone) {
   CTemporaryFolder folder;
-  LinePlot plot = UnitPlot();
-  plot.curves.push_back(Line("rising", 0.0, 1.0));
+  LinePlot plot = UnitPlot({Line("rising", 0.0, 1.0)});
   plot.vmarkers.push_back({"half", 0.5});
   PlotCurves(plot, folder / "alone.png");
   std::vector<std::thread> threads;
