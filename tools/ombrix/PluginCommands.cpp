@@ -17,23 +17,25 @@ namespace ombrix_tool {
 
 namespace {
 
-// The plug-in and the collection that loaded it; the object goes before the collection.
+// The plug-in beside the executable, loaded on construction, and the collection that loaded it;
+// the object goes before the collection.
 struct LoadedPlugin {
+  LoadedPlugin() {
+    const std::string module = ProcessingModulePath();
+    std::error_code code;
+    if (!fs::exists(module, code)) {
+      throw UsageError(module + ": the processing plug-in is not installed beside ombrix");
+    }
+    object = scenarios::MakeCheckedProcessingPlugin(collection, module);
+    if (!object) throw UsageError(module + ": the processing plug-in cannot be loaded");
+  }
+  ~LoadedPlugin() { object.reset(); }
+  LoadedPlugin(const LoadedPlugin&) = delete;
+  LoadedPlugin& operator=(const LoadedPlugin&) = delete;
+
   CFactoryCollection collection;
   std::shared_ptr<IOmbrixProcessing> object;
-
-  ~LoadedPlugin() { object.reset(); }
 };
-
-void LoadPlugin(LoadedPlugin& plugin) {
-  const std::string module = ProcessingModulePath();
-  std::error_code code;
-  if (!fs::exists(module, code)) {
-    throw UsageError(module + ": the processing plug-in is not installed beside ombrix");
-  }
-  plugin.object = scenarios::MakeCheckedProcessingPlugin(plugin.collection, module);
-  if (!plugin.object) throw UsageError(module + ": the processing plug-in cannot be loaded");
-}
 
 // Inputs of a dark-reference folder: the two master darks and the raw frames, all present.
 std::vector<std::string> DarkReferenceInputs(const std::string& folder) {
@@ -54,6 +56,27 @@ std::vector<std::string> DarkReferenceInputs(const std::string& folder) {
   }
   return inputs;
 }
+
+// A run of the plug-in on a dark-reference folder, set up in the order the errors are reported:
+// the folder's inputs, then the plug-in, then the output folder.
+struct DarkFolderRun {
+  DarkFolderRun(const std::string& command, const std::string& path, const CommonOptions& common)
+      : folder(path), inputs(DarkReferenceInputs(folder)), run(command, common) {
+    run.Begin(inputs, folder);
+  }
+
+  // The figure of a scenario sequence on the folder; -1, the plug-in's refusal, is an error.
+  float Measure(float (*sequence)(IOmbrixProcessing&, const std::string&)) {
+    const float figure = sequence(*plugin.object, folder);
+    if (figure == -1.0f) throw MeasurementError(folder + ": the plug-in refused the dark frames");
+    return figure;
+  }
+
+  const std::string folder;
+  const std::vector<std::string> inputs;
+  LoadedPlugin plugin;
+  RunContext run;
+};
 
 cv::Mat SpotOverlay(const cv::Mat& frame, const cv::Mat& mask,
                     const std::vector<DetectedObject>& objects) {
@@ -82,15 +105,11 @@ std::string ProcessingModulePath() {
 }
 
 int RunDark(const PluginOptions& options, const CommonOptions& common) {
-  const std::string folder = options.path;
-  const std::vector<std::string> inputs = DarkReferenceInputs(folder);
-  LoadedPlugin plugin;
-  LoadPlugin(plugin);
-  RunContext run("dark", common);
-  run.Begin(inputs, folder);
-  const float value = scenarios::RunDarkChamberSequence(*plugin.object, folder);
-  if (value == -1.0f) throw MeasurementError(folder + ": the plug-in refused the dark frames");
-  const cv::Mat map = plugin.object->GetDefectMap();
+  DarkFolderRun dark("dark", options.path, common);
+  const float value = dark.Measure(scenarios::RunDarkChamberSequence);
+  const std::string& folder = dark.folder;
+  RunContext& run = dark.run;
+  const cv::Mat map = dark.plugin.object->GetDefectMap();
   ResultsDocument& doc = run.Document();
   doc.AddFigure(folder, "dark chamber", "defects", value, "count");
   const int defectPixels = map.empty() ? 0 : cv::countNonZero(map);
@@ -108,7 +127,7 @@ int RunDark(const PluginOptions& options, const CommonOptions& common) {
       "frames; 0 or less means a clean dark chamber.";
   section.tables.push_back(ReportTable{
       {"folder", "raw frames", "defects", "defect pixels", "verdict"},
-      {{folder, std::to_string(inputs.size() - 2), std::to_string(static_cast<int>(value)),
+      {{folder, std::to_string(dark.inputs.size() - 2), std::to_string(static_cast<int>(value)),
         std::to_string(defectPixels), value > 0.0f ? "not clean" : "clean"}}});
   if (!map.empty()) {
     section.pictures.push_back(
@@ -120,14 +139,10 @@ int RunDark(const PluginOptions& options, const CommonOptions& common) {
 }
 
 int RunLight(const PluginOptions& options, const CommonOptions& common) {
-  const std::string folder = options.path;
-  const std::vector<std::string> inputs = DarkReferenceInputs(folder);
-  LoadedPlugin plugin;
-  LoadPlugin(plugin);
-  RunContext run("light", common);
-  run.Begin(inputs, folder);
-  const float factor = scenarios::RunLightSourceSequence(*plugin.object, folder);
-  if (factor == -1.0f) throw MeasurementError(folder + ": the plug-in refused the dark frames");
+  DarkFolderRun light("light", options.path, common);
+  const float factor = light.Measure(scenarios::RunLightSourceSequence);
+  const std::string& folder = light.folder;
+  RunContext& run = light.run;
   run.Document().AddFigure(folder, "light source", "factor", factor, "");
   char line[64];
   std::snprintf(line, sizeof line, "%.7g", static_cast<double>(factor));
@@ -138,12 +153,13 @@ int RunLight(const PluginOptions& options, const CommonOptions& common) {
       "The processing plug-in's correction factor of the light source, from the "
       "minimum of the dark-subtracted raw frames.";
   section.tables.push_back(ReportTable{{"folder", "raw frames", "factor"},
-                                       {{folder, std::to_string(inputs.size() - 2), line}}});
+                                       {{folder, std::to_string(light.inputs.size() - 2), line}}});
   // The first raw frame as the user would look at it (the plug-in works on all of them).
-  run.Folder().WriteImage("first_frame.png", DisplayGrey(ReadImage(inputs[2])));
+  run.Folder().WriteImage("first_frame.png", DisplayGrey(ReadImage(light.inputs[2])));
   run.Document().AddOutput("first_frame.png", "the first raw frame, contrast-stretched, 8-bit");
-  section.pictures.push_back(FolderPicture(
-      run, "first_frame.png", "First raw frame " + FileStem(inputs[2]) + " (contrast stretched)"));
+  section.pictures.push_back(
+      FolderPicture(run, "first_frame.png",
+                    "First raw frame " + FileStem(light.inputs[2]) + " (contrast stretched)"));
   WriteRunReport(run, "ombrix light", {section});
   run.Finish();
   return kExitSuccess;
@@ -161,7 +177,6 @@ int RunSpots(const PluginOptions& options, const CommonOptions& common) {
     inputs.push_back(dark);
   }
   LoadedPlugin plugin;
-  LoadPlugin(plugin);
   RunContext run("spots", common);
   run.Begin(inputs);
   ResultsDocument& doc = run.Document();
