@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <limits>
 
+#include "filters/FiniteSamples.h"
+
 double CRobustStatistics::MedianInPlace(std::vector<float>& values) {
   const size_t n = values.size();
   if (n == 0) return std::numeric_limits<double>::quiet_NaN();
@@ -28,13 +30,6 @@ void CRobustStatistics::OfImage(const cv::Mat& image32f, double& median, double&
     cv::error(cv::Error::StsUnsupportedFormat, "the image must be 2-D, 32-bit float, one channel",
               "CRobustStatistics::OfImage", __FILE__, __LINE__);
   }
-  std::vector<float> values;
-  values.reserve(image32f.total());
-  for (int y = 0; y < image32f.rows; ++y) {
-    const float* row = image32f.ptr<float>(y);
-    for (int x = 0; x < image32f.cols; ++x) {
-      if (std::isfinite(row[x])) values.push_back(row[x]);
-    }
-  }
+  std::vector<float> values = CFiniteSamples::Of(image32f);
   MedianAndNoise(values, median, noise);
 }

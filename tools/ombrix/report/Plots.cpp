@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "AtomicFile.h"
+#include "filters/FiniteSamples.h"
 
 namespace ombrix_tool {
 
@@ -344,25 +345,9 @@ void WritePlots(const std::string& pngPath, const std::string& svgPath, const Dr
 std::vector<float> FiniteValues(const cv::Mat& image, bool sorted) {
   cv::Mat values;
   image.convertTo(values, CV_32F);
-  std::vector<float> finite;
-  finite.reserve(values.total());
-  for (int r = 0; r < values.rows; ++r) {
-    const float* row = values.ptr<float>(r);
-    for (int c = 0; c < values.cols; ++c) {
-      if (std::isfinite(row[c])) finite.push_back(row[c]);
-    }
-  }
+  std::vector<float> finite = CFiniteSamples::Of(values);
   if (sorted) std::sort(finite.begin(), finite.end());
   return finite;
-}
-
-// Linear interpolation between the order statistics; sorted must not be empty.
-double Percentile(const std::vector<float>& sorted, double fraction) {
-  const double position = fraction * static_cast<double>(sorted.size() - 1);
-  const std::size_t below = static_cast<std::size_t>(position);
-  const std::size_t above = std::min(below + 1, sorted.size() - 1);
-  const double weight = position - static_cast<double>(below);
-  return sorted[below] + weight * (static_cast<double>(sorted[above]) - sorted[below]);
 }
 
 void CheckSingleChannel(const cv::Mat& image, const std::string& path) {
@@ -376,7 +361,7 @@ void CheckSingleChannel(const cv::Mat& image, const std::string& path) {
 // needs to be sorted only where lo or hi is NaN.
 void ValueRange(const std::vector<float>& sorted, double& lo, double& hi) {
   if (std::isnan(lo)) lo = std::min(0.0, sorted.empty() ? 0.0 : static_cast<double>(sorted[0]));
-  if (std::isnan(hi)) hi = sorted.empty() ? lo + 1.0 : Percentile(sorted, 0.999);
+  if (std::isnan(hi)) hi = sorted.empty() ? lo + 1.0 : CFiniteSamples::Percentile(sorted, 0.999);
   if (!(hi > lo)) hi = lo + std::max(1.0, std::abs(lo)) * 1e-3;
 }
 
