@@ -390,35 +390,43 @@ TEST(ToolNoise, ExactStackIsTheStackStatisticTailIncluded) {
 
 // ---- plug-in commands ---------------------------------------------------------------------------
 
-TEST(ToolPlugin, DarkChambersEqualTheScenarioAndTheirTruth) {
-  const struct {
-    const char* folder;
-    int defects;
-  } cases[] = {{"DarkChamber", 0}, {"DarkChamberFail", 1}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.folder);
-    const fs::path dir = Scratch(std::string("dark_") + c.folder);
-    const Outcome run = RunTool({"dark", DataFile(c.folder), "--out", "out"}, dir);
-    ASSERT_EQ(run.exitCode, 0) << run.err;
-    const json results = ReadJson(dir / "out" / "results.json");
-    const double defects = Value(Figure(results, "dark chamber", "defects", "count"));
-    EXPECT_EQ(defects,
-              scenarios::DarkChamberBody(OMBRIX_TEST_PROCESSING_MODULE, DataFile(c.folder)));
-    EXPECT_EQ(defects, c.defects);
+// A dark-chamber folder of the test data and the defects it holds.
+struct DarkChamberCase {
+  const char* folder;
+  int defects;
+};
 
-    CFactoryCollection collection;
-    std::shared_ptr<IOmbrixProcessing> plugin =
-        scenarios::MakeCheckedProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
-    ASSERT_TRUE(plugin);
-    scenarios::RunDarkChamberSequence(*plugin, DataFile(c.folder));
-    const cv::Mat map = plugin->GetDefectMap();
-    plugin.reset();
-    EXPECT_TRUE(Equal(ReadUnchanged(dir / "out" / "defect_map.png"), map));
-    EXPECT_EQ(Value(Figure(results, "dark chamber", "defect pixels")), cv::countNonZero(map));
-    // Darks and raw frames are the inputs.
-    EXPECT_EQ(results.at("inputs").size(), 2 + scenarios::RawFrameFiles(DataFile(c.folder)).size());
-  }
+class ToolPluginDark : public testing::TestWithParam<DarkChamberCase> {};
+
+TEST_P(ToolPluginDark, ChamberEqualsTheScenarioAndItsTruth) {
+  const DarkChamberCase& c = GetParam();
+  const fs::path dir = Scratch(std::string("dark_") + c.folder);
+  const Outcome run = RunTool({"dark", DataFile(c.folder), "--out", "out"}, dir);
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const json results = ReadJson(dir / "out" / "results.json");
+  const double defects = Value(Figure(results, "dark chamber", "defects", "count"));
+  EXPECT_EQ(defects, scenarios::DarkChamberBody(OMBRIX_TEST_PROCESSING_MODULE, DataFile(c.folder)));
+  EXPECT_EQ(defects, c.defects);
+
+  CFactoryCollection collection;
+  std::shared_ptr<IOmbrixProcessing> plugin =
+      scenarios::MakeCheckedProcessingPlugin(collection, OMBRIX_TEST_PROCESSING_MODULE);
+  ASSERT_TRUE(plugin);
+  scenarios::RunDarkChamberSequence(*plugin, DataFile(c.folder));
+  const cv::Mat map = plugin->GetDefectMap();
+  plugin.reset();
+  EXPECT_TRUE(Equal(ReadUnchanged(dir / "out" / "defect_map.png"), map));
+  EXPECT_EQ(Value(Figure(results, "dark chamber", "defect pixels")), cv::countNonZero(map));
+  // Darks and raw frames are the inputs.
+  EXPECT_EQ(results.at("inputs").size(), 2 + scenarios::RawFrameFiles(DataFile(c.folder)).size());
 }
+
+INSTANTIATE_TEST_SUITE_P(Folders, ToolPluginDark,
+                         testing::Values(DarkChamberCase{"DarkChamber", 0},
+                                         DarkChamberCase{"DarkChamberFail", 1}),
+                         [](const testing::TestParamInfo<DarkChamberCase>& info) {
+                           return std::string(info.param.folder);
+                         });
 
 TEST(ToolPlugin, LightSourceFactorEqualsTheScenarioAndTheTruth) {
   const fs::path dir = Scratch("light");
