@@ -67,7 +67,6 @@ int main(int argc, char** argv) {
       ->add_option("--plot-edge", mtf.plotEdge,
                    "Edge (row of the table, from 1) whose ESF and LSF are plotted")
       ->capture_default_str();
-  AddCommonOptions(mtfCommand, common);
 
   CleanOptions clean;
   CLI::App* cleanCommand = app.add_subcommand(
@@ -82,14 +81,12 @@ int main(int argc, char** argv) {
       ->required();
   cleanCommand->add_option("--mask", clean.mask,
                            "8-bit mask of the image's size: only non-zero pixels are replaced");
-  AddCommonOptions(cleanCommand, common);
 
   MedianOptions median;
   CLI::App* medianCommand =
       app.add_subcommand("median", "Disc median (dx^2 + dy^2 <= (R + 0.5)^2, cut at the edge)");
   medianCommand->add_option("IMAGE", median.image, "16-bit unsigned image")->required();
   medianCommand->add_option("--radius", median.radius, "Disc radius, pixels")->required();
-  AddCommonOptions(medianCommand, common);
 
   NoiseOptions noise;
   CLI::App* noiseCommand = app.add_subcommand(
@@ -101,20 +98,17 @@ int main(int argc, char** argv) {
   noiseCommand->add_flag("--exact-stack", noise.exactStack,
                          "Hold every frame in memory and use the stack statistic as it is "
                          "(its last pixel-count mod 9 pixels stay 0)");
-  AddCommonOptions(noiseCommand, common);
 
   PluginOptions dark;
   CLI::App* darkCommand = app.add_subcommand(
       "dark",
       "Dark-chamber inspection of a folder (Black_150s.tif, Black_1s.tif, RawSignal_*.tif)");
   darkCommand->add_option("FOLDER", dark.path, "Dark-chamber folder")->required();
-  AddCommonOptions(darkCommand, common);
 
   PluginOptions light;
   CLI::App* lightCommand = app.add_subcommand(
       "light", "Light-source factor of a folder (Black_150s.tif, Black_1s.tif, RawSignal_*.tif)");
   lightCommand->add_option("FOLDER", light.path, "Light-source folder")->required();
-  AddCommonOptions(lightCommand, common);
 
   PluginOptions spots;
   CLI::App* spotsCommand = app.add_subcommand(
@@ -122,11 +116,12 @@ int main(int argc, char** argv) {
   spotsCommand->add_option("FRAME", spots.path, "Frame to search")->required();
   spotsCommand->add_flag("--control", spots.control,
                          "Control run (the validation's positive and negative controls)");
-  AddCommonOptions(spotsCommand, common);
 
-  // CLI11 would report a mistyped subcommand as a missing one; name it instead.
+  // Every subcommand ends with the common options. CLI11 would report a mistyped subcommand as a
+  // missing one; name it instead.
   bool known = argc < 2 || argv[1][0] == '-';
-  for (const CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+  for (CLI::App* command : app.get_subcommands([](CLI::App*) { return true; })) {
+    AddCommonOptions(command, common);
     known = known || command->get_name() == argv[1];
   }
   if (!known) {
