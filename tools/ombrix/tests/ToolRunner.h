@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "report/WrittenFiles.h"
+
 namespace tooltest {
 
 namespace fs = std::filesystem;
@@ -25,12 +27,7 @@ struct Outcome {
 
 inline std::string DataFile(const std::string& name) { return OMBRIX_TEST_DATA_DIR + name; }
 
-inline std::string ReadText(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
-}
+using ombrix_tool_test::ReadText;
 
 inline std::string Quote(const std::string& argument) {
   std::string quoted = "'";

@@ -1,5 +1,5 @@
-// What the plot and report tests read back from the files the report library wrote, and the
-// error it raised instead: "<path>: <reason>". Accepts any path and any callable.
+// What the tool's tests read back from the files the tool and its report library wrote, and the
+// error the library raised instead: "<path>: <reason>". Accepts any path and any callable.
 #pragma once
 
 #include <fstream>
