@@ -20,7 +20,13 @@ std::vector<float> OrderStatistics(std::vector<float>& values,
   auto from = values.begin();
   for (const std::size_t position : ascending) {
     const auto nth = values.begin() + static_cast<std::ptrdiff_t>(position);
-    std::nth_element(from, nth, values.end());
+    if (nth == from) {
+      // The next position after a selected one (a percentile's upper neighbour): the smallest of
+      // the rest, one scan.
+      std::iter_swap(from, std::min_element(from, values.end()));
+    } else {
+      std::nth_element(from, nth, values.end());
+    }
     from = nth + 1;
   }
   std::vector<float> result;
