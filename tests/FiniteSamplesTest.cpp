@@ -1,5 +1,5 @@
-// The finite samples of a float image and their percentiles: which pixels count, in which order,
-// how a percentile interpolates, and what the wrong kind of image raises.
+// The finite samples of a float image: which pixels count, in which order, and what the wrong kind
+// of image raises.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -39,16 +39,4 @@ TEST(FiniteSamples, OtherImagesAreRefused) {
   EXPECT_THROW(CFiniteSamples::Of(cv::Mat(2, 2, CV_32FC2, cv::Scalar(1, 2))), cv::Exception);
   const int sizes[] = {2, 2, 2};
   EXPECT_THROW(CFiniteSamples::Of(cv::Mat(3, sizes, CV_32F, cv::Scalar(1))), cv::Exception);
-}
-
-TEST(FiniteSamples, PercentileInterpolatesBetweenTheSortedSamples) {
-  const std::vector<float> sorted{1, 2, 4, 8};
-  // Positions fraction x 3: 0, 1.5 (between 2 and 4), 2.97 (between 4 and 8), 3.
-  EXPECT_EQ(CFiniteSamples::Percentile(sorted, 0.0), 1.0);
-  EXPECT_EQ(CFiniteSamples::Percentile(sorted, 0.5), 3.0);
-  EXPECT_NEAR(CFiniteSamples::Percentile(sorted, 0.99), 4.0 + 0.97 * 4.0, 1e-12);
-  EXPECT_EQ(CFiniteSamples::Percentile(sorted, 1.0), 8.0);
-  EXPECT_EQ(CFiniteSamples::Percentile({3.5f}, 0.999), 3.5);
-  // An odd count's median is its middle sample.
-  EXPECT_EQ(CFiniteSamples::Percentile({1, 2, 10}, 0.5), 2.0);
 }

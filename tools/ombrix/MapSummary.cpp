@@ -1,8 +1,8 @@
 #include "MapSummary.h"
 
-#include <algorithm>
 #include <vector>
 
+#include "OrderStatistics.h"
 #include "filters/FiniteSamples.h"
 
 namespace ombrix_tool {
@@ -14,11 +14,11 @@ MapSummary SummarizeMap(const cv::Mat& map32f) {
   for (float v : values) sum += v;
   MapSummary summary;
   if (values.empty()) return summary;
-  std::sort(values.begin(), values.end());
   summary.count = static_cast<long long>(values.size());
   summary.mean = sum / static_cast<double>(values.size());
-  summary.median = CFiniteSamples::Percentile(values, 0.5);
-  summary.percentile99 = CFiniteSamples::Percentile(values, 0.99);
+  const std::vector<double> percentiles = Percentiles(values, {0.5, 0.99});
+  summary.median = percentiles[0];
+  summary.percentile99 = percentiles[1];
   return summary;
 }
 
