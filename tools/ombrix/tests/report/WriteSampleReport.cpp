@@ -39,16 +39,14 @@ int main(int argc, char** argv) {
   const std::string out = std::string(argv[1]) + "/";
   try {
     std::filesystem::create_directories(argv[1]);
-    LinePlot mtf{"MTF of every edge",
-                 "spatial frequency (cycles/pixel)",
-                 "MTF",
-                 0.0,
-                 1.0,
-                 0.0,
-                 1.05,
-                 {},
-                 {},
-                 {}};
+    LinePlot mtf;
+    mtf.title = "MTF of every edge";
+    mtf.xLabel = "spatial frequency (cycles/pixel)";
+    mtf.yLabel = "MTF";
+    mtf.xmin = 0.0;
+    mtf.xmax = 1.0;
+    mtf.ymin = 0.0;
+    mtf.ymax = 1.05;
     ReportTable summary{
         {"edge", "side", "angle (deg)", "MTF50 (cycles/pixel)", "cut (cycles/pixel)"}, {}};
     for (int e = 0; e < kEdges; ++e) {
