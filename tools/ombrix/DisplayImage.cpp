@@ -1,7 +1,8 @@
 #include "DisplayImage.h"
 
-#include <algorithm>
 #include <vector>
+
+#include "OrderStatistics.h"
 
 namespace ombrix_tool {
 
@@ -10,10 +11,11 @@ cv::Mat DisplayGrey(const cv::Mat& image) {
   cv::Mat values;
   image.convertTo(values, CV_32F);
   values = values.reshape(1, image.rows);
-  std::vector<float> sorted(values.begin<float>(), values.end<float>());
-  std::sort(sorted.begin(), sorted.end());
-  const double lo = sorted[sorted.size() / 200];
-  const double hi = sorted[sorted.size() - 1 - sorted.size() / 200];
+  std::vector<float> sample(values.begin<float>(), values.end<float>());
+  const std::size_t clip = sample.size() / 200;
+  const std::vector<float> range = OrderStatistics(sample, {clip, sample.size() - 1 - clip});
+  const double lo = range[0];
+  const double hi = range[1];
   const double scale = hi > lo ? 255.0 / (hi - lo) : 1.0;
   cv::Mat grey;
   values.convertTo(grey, CV_8U, scale, -lo * scale);

@@ -1,6 +1,7 @@
 // Frames of a series decoded ahead of their use on worker threads and handed over strictly in list
-// order: decoding (the slow part of a pass over TIFF files) overlaps the per-frame work, while at
-// most `ahead` frames are held at once, so memory stays proportional to one frame.
+// order: reading, hashing and decoding (the slow part of a pass over TIFF files) overlap the
+// per-frame work, while at most `ahead` + 1 frames are held at once, so memory stays proportional
+// to one frame.
 #pragma once
 
 #include <cstddef>

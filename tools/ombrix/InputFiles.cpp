@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <limits>
+#include <memory>
 #include <opencv2/imgcodecs.hpp>
 #include <system_error>
 
@@ -49,14 +52,30 @@ cv::Mat ReadImage(const std::string& path) {
   return image;
 }
 
-cv::Mat ReadImageHashed(const std::string& path, std::string& sha256) {
+cv::Mat ReadImageBuffered(const std::string& path, std::vector<char>& bytes, std::string* sha256) {
   CheckImageFile(path);
-  const std::string bytes = ReadFileBytes(path);
-  sha256 = Sha256OfBytes(bytes);
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  if (!file) throw UsageError(path + ": cannot be read");
+  const std::streamoff size = file.tellg();
+  // imdecode takes the bytes as one row of int columns.
+  if (size < 0 || size > std::numeric_limits<int>::max())
+    throw UsageError(path + ": cannot be read");
+  bytes.resize(static_cast<std::size_t>(size));
+  file.seekg(0);
+  std::unique_ptr<Sha256Digest> digest;
+  if (sha256 != nullptr) digest = std::make_unique<Sha256Digest>();
+  constexpr std::streamoff kChunk = std::streamoff(1) << 20;
+  for (std::streamoff done = 0; done < size;) {
+    const std::streamoff count = std::min(kChunk, size - done);
+    if (!file.read(bytes.data() + done, count)) throw UsageError(path + ": read error");
+    if (digest) digest->Update(bytes.data() + done, static_cast<std::size_t>(count));
+    done += count;
+  }
+  if (digest) *sha256 = digest->Finish();
   cv::Mat image;
   try {
-    const cv::Mat buffer(1, static_cast<int>(bytes.size()), CV_8U, const_cast<char*>(bytes.data()));
-    image = cv::imdecode(buffer, cv::IMREAD_UNCHANGED);
+    const cv::Mat buffer(1, static_cast<int>(bytes.size()), CV_8U, bytes.data());
+    if (!bytes.empty()) image = cv::imdecode(buffer, cv::IMREAD_UNCHANGED);
   } catch (const cv::Exception&) {
     image.release();
   }

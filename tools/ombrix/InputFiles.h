@@ -13,8 +13,10 @@ namespace ombrix_tool {
 // does not exist, is a folder, or cannot be decoded.
 cv::Mat ReadImage(const std::string& path);
 
-// The same from the file's bytes read once, which also gives their SHA-256 (lower-case hex).
-cv::Mat ReadImageHashed(const std::string& path, std::string& sha256);
+// The same from the file's bytes read into `bytes`, whose capacity a caller reading many frames
+// reuses from file to file; with sha256 non-null also the bytes' SHA-256 (lower-case hex), each
+// chunk hashed right after it is read, while it is still in the cache.
+cv::Mat ReadImageBuffered(const std::string& path, std::vector<char>& bytes, std::string* sha256);
 
 // The checks of ReadImage that need no decoding (exists, is a file, a format OpenCV reads), so a
 // run can refuse bad inputs before it creates its output folder.

@@ -1,23 +1,11 @@
 #include "MapSummary.h"
 
-#include <algorithm>
 #include <cmath>
 #include <vector>
 
+#include "OrderStatistics.h"
+
 namespace ombrix_tool {
-
-namespace {
-
-double Percentile(const std::vector<float>& sorted, double p) {
-  const double position = p * static_cast<double>(sorted.size() - 1);
-  const std::size_t below = static_cast<std::size_t>(std::floor(position));
-  const std::size_t above = std::min(below + 1, sorted.size() - 1);
-  const double fraction = position - static_cast<double>(below);
-  return static_cast<double>(sorted[below]) +
-         fraction * (static_cast<double>(sorted[above]) - static_cast<double>(sorted[below]));
-}
-
-}  // namespace
 
 MapSummary SummarizeMap(const cv::Mat& map32f) {
   CV_Assert(map32f.type() == CV_32FC1);
@@ -34,11 +22,11 @@ MapSummary SummarizeMap(const cv::Mat& map32f) {
   }
   MapSummary summary;
   if (values.empty()) return summary;
-  std::sort(values.begin(), values.end());
   summary.count = static_cast<long long>(values.size());
   summary.mean = sum / static_cast<double>(values.size());
-  summary.median = Percentile(values, 0.5);
-  summary.percentile99 = Percentile(values, 0.99);
+  const std::vector<double> percentiles = Percentiles(values, {0.5, 0.99});
+  summary.median = percentiles[0];
+  summary.percentile99 = percentiles[1];
   return summary;
 }
 

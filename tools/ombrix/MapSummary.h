@@ -16,7 +16,7 @@ struct MapSummary {
 };
 
 // Percentiles interpolate linearly between the sorted values at position p (count - 1), the
-// common definition (numpy's default), so they do not depend on any selection order.
+// common definition (numpy's default).
 MapSummary SummarizeMap(const cv::Mat& map32f);
 
 }  // namespace ombrix_tool

@@ -1,5 +1,6 @@
 #include "NoiseCommand.h"
 
+#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -19,17 +20,18 @@ namespace {
 
 const std::vector<int> kFrameDepths = {CV_8U, CV_16U};
 
-// Pass 1 also checks every frame and hashes every file, before the output folder exists.
-cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& nameSource,
-                      RunContext& run, ProgressBar& progress, const cv::Rect* region) {
-  CTemporalNoiseStream stream;
+// The first pass of either method: checks every frame, hands it to `add`, and records every
+// file's SHA-256, all before the output folder exists, so a bad frame leaves nothing behind.
+void FirstPass(const std::vector<std::string>& files, const std::string& nameSource,
+               RunContext& run, ProgressBar& progress, const cv::Rect* region,
+               const std::function<void(const cv::Mat&)>& add) {
   std::vector<std::string> digests(files.size());
   FrameReader(files, NoiseReadAhead(), true)
       .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string& sha256) {
         RequireSingleChannel(frame, files[i], kFrameDepths);
         if (i == 0 && region != nullptr) RequireInside("--region", *region, frame.size(), files[0]);
         try {
-          stream.AddSumFrame(frame);
+          add(frame);
         } catch (const std::invalid_argument& e) {
           throw UsageError(files[i] + ": " + e.what() + " (frame " + std::to_string(i + 1) +
                            " against the first, " + files[0] + ")");
@@ -39,6 +41,13 @@ cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& 
       });
   for (std::size_t i = 0; i < files.size(); ++i) run.Document().AddInput(files[i], digests[i]);
   run.BeginUnhashed(files, nameSource);
+}
+
+cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& nameSource,
+                      RunContext& run, ProgressBar& progress, const cv::Rect* region) {
+  CTemporalNoiseStream stream;
+  FirstPass(files, nameSource, run, progress, region,
+            [&stream](const cv::Mat& frame) { stream.AddSumFrame(frame); });
   FrameReader(files, NoiseReadAhead(), false)
       .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string&) {
         try {
@@ -55,23 +64,10 @@ cv::Mat StreamedNoise(const std::vector<std::string>& files, const std::string& 
 cv::Mat StackNoise(const std::vector<std::string>& files, const std::string& nameSource,
                    RunContext& run, ProgressBar& progress, const cv::Rect* region) {
   CTemporalNoise stack;
-  std::vector<std::string> digests(files.size());
-  FrameReader(files, NoiseReadAhead(), true)
-      .ForEach([&](std::size_t i, const cv::Mat& frame, const std::string& sha256) {
-        RequireSingleChannel(frame, files[i], kFrameDepths);
-        if (i == 0 && region != nullptr) RequireInside("--region", *region, frame.size(), files[0]);
-        try {
-          // The stack reshapes its frames, which must be continuous.
-          stack.AddImage(frame.isContinuous() ? frame : frame.clone());
-        } catch (const std::invalid_argument& e) {
-          throw UsageError(files[i] + ": " + e.what() + " (frame " + std::to_string(i + 1) +
-                           " against the first, " + files[0] + ")");
-        }
-        digests[i] = sha256;
-        progress.Advance();
-      });
-  for (std::size_t i = 0; i < files.size(); ++i) run.Document().AddInput(files[i], digests[i]);
-  run.BeginUnhashed(files, nameSource);
+  // The stack keeps (shares) every frame; it reshapes them, so they must be continuous.
+  FirstPass(files, nameSource, run, progress, region, [&stack](const cv::Mat& frame) {
+    stack.AddImage(frame.isContinuous() ? frame : frame.clone());
+  });
   return stack.Compute(
       [&stack](std::vector<unsigned short>& values) { return stack.StandardDeviation(values); });
 }

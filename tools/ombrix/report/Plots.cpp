@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "AtomicFile.h"
+#include "OrderStatistics.h"
 
 namespace ombrix_tool {
 
@@ -339,9 +340,8 @@ void WritePlots(const std::string& pngPath, const std::string& svgPath, const Dr
   if (svg) svg->Commit();
 }
 
-// The finite values of a single-channel image, as float; sorted (ascending) when asked, which
-// a default range needs for its percentile.
-std::vector<float> FiniteValues(const cv::Mat& image, bool sorted) {
+// The finite values of a single-channel image, as float, in raster order.
+std::vector<float> FiniteValues(const cv::Mat& image) {
   cv::Mat values;
   image.convertTo(values, CV_32F);
   std::vector<float> finite;
@@ -352,17 +352,7 @@ std::vector<float> FiniteValues(const cv::Mat& image, bool sorted) {
       if (std::isfinite(row[c])) finite.push_back(row[c]);
     }
   }
-  if (sorted) std::sort(finite.begin(), finite.end());
   return finite;
-}
-
-// Linear interpolation between the order statistics; sorted must not be empty.
-double Percentile(const std::vector<float>& sorted, double fraction) {
-  const double position = fraction * static_cast<double>(sorted.size() - 1);
-  const std::size_t below = static_cast<std::size_t>(position);
-  const std::size_t above = std::min(below + 1, sorted.size() - 1);
-  const double weight = position - static_cast<double>(below);
-  return sorted[below] + weight * (static_cast<double>(sorted[above]) - sorted[below]);
 }
 
 void CheckSingleChannel(const cv::Mat& image, const std::string& path) {
@@ -372,11 +362,15 @@ void CheckSingleChannel(const cv::Mat& image, const std::string& path) {
   }
 }
 
-// lo/hi as given, or 0 and the 99.9th percentile; a valid (hi > lo) range in any case. sorted
-// needs to be sorted only where lo or hi is NaN.
-void ValueRange(const std::vector<float>& sorted, double& lo, double& hi) {
-  if (std::isnan(lo)) lo = std::min(0.0, sorted.empty() ? 0.0 : static_cast<double>(sorted[0]));
-  if (std::isnan(hi)) hi = sorted.empty() ? lo + 1.0 : Percentile(sorted, 0.999);
+// lo/hi as given, or 0 (the smallest value where one is negative) and the 99.9th percentile of the
+// finite values; a valid (hi > lo) range in any case. Reorders the values where lo or hi is NaN.
+void ValueRange(std::vector<float>& finite, double& lo, double& hi) {
+  if (std::isnan(lo)) {
+    const double smallest =
+        finite.empty() ? 0.0 : static_cast<double>(*std::min_element(finite.begin(), finite.end()));
+    lo = std::min(0.0, smallest);
+  }
+  if (std::isnan(hi)) hi = finite.empty() ? lo + 1.0 : Percentiles(finite, {0.999})[0];
   if (!(hi > lo)) hi = lo + std::max(1.0, std::abs(lo)) * 1e-3;
 }
 
@@ -433,7 +427,7 @@ void PlotHistogram(const cv::Mat& values32f, int bins, double lo, double hi,
   if (!std::isnan(lo) && !std::isnan(hi) && !(hi > lo)) {
     throw std::runtime_error(pngPath + ": the upper histogram limit must exceed the lower");
   }
-  const std::vector<float> finite = FiniteValues(values32f, std::isnan(lo) || std::isnan(hi));
+  std::vector<float> finite = FiniteValues(values32f);
   if (finite.empty()) throw std::runtime_error(pngPath + ": the image has no finite value");
   ValueRange(finite, lo, hi);
 
@@ -491,7 +485,8 @@ void PlotFalseColour(const cv::Mat& map32f, double lo, double hi, const std::str
   map32f.convertTo(values, CV_32F);
   {
     const bool defaultRange = std::isnan(lo) || std::isnan(hi);
-    ValueRange(defaultRange ? FiniteValues(values, true) : std::vector<float>(), lo, hi);
+    std::vector<float> finite = defaultRange ? FiniteValues(values) : std::vector<float>();
+    ValueRange(finite, lo, hi);
   }
 
   // A map larger than the plot is shown as the mean of the finite values of square blocks (more

@@ -2,6 +2,7 @@
 // percentiles, the x,y,w,h options, default output names, the results document's CSV.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <opencv2/core.hpp>
 #include <string>
@@ -26,6 +27,20 @@ TEST(ToolSha256, KnownVectors) {
             "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
   EXPECT_EQ(Sha256OfBytes(std::string(1000000, 'a')),
             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(ToolSha256, PiecewiseDigestEqualsTheWhole) {
+  // The million-'a' vector fed in uneven pieces, as a reader hashes a file chunk by chunk.
+  const std::string bytes(1000000, 'a');
+  for (const std::size_t piece :
+       {std::size_t(1), std::size_t(63), std::size_t(64), std::size_t(65), std::size_t(1) << 20}) {
+    Sha256Digest digest;
+    for (std::size_t done = 0; done < bytes.size(); done += piece) {
+      digest.Update(bytes.data() + done, std::min(piece, bytes.size() - done));
+    }
+    EXPECT_EQ(digest.Finish(), "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0")
+        << "pieces of " << piece;
+  }
 }
 
 TEST(ToolMapSummary, MeanMedianAndPercentileInterpolateBetweenSortedValues) {
