@@ -9,6 +9,8 @@ set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")"
 here=$(pwd)
+# shellcheck source=scripts/debian_packages.sh
+source "$here/scripts/debian_packages.sh"
 build="$here/build"
 mode=${1:-}
 case "$mode" in
@@ -20,22 +22,7 @@ packages=(cmake g++ make pkg-config libopencv-dev libgtest-dev libbenchmark-dev 
   dpkg-dev python3 strace python3-dev pybind11-dev python3-numpy python3-pytest python3-scipy
   python3-pip python3-setuptools libcli11-dev libplplot-dev plplot-driver-cairo fonts-dejavu-core
   chromium nlohmann-json3-dev libssl-dev python3-jsonschema)
-missing=()
-for p in "${packages[@]}"; do
-  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
-  [[ "$status" == "install ok installed" ]] || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  if [[ $(id -u) -ne 0 ]]; then
-    echo "Missing Debian packages: ${missing[*]}" >&2
-    echo "Install them as root: apt-get install ${missing[*]}" >&2
-    exit 1
-  fi
-  echo "Installing missing Debian packages: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+ensure_debian_packages "${packages[@]}"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 # shellcheck disable=SC2086

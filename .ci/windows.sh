@@ -5,24 +5,11 @@
 # Debian's sources, and their tests run under wine in a throw-away wine prefix.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+# shellcheck source=scripts/debian_packages.sh
+source scripts/debian_packages.sh
 
 packages=(cmake make g++-mingw-w64-x86-64-posix googletest wine wine64)
-missing=()
-for p in "${packages[@]}"; do
-  status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
-  [[ "$status" == "install ok installed" ]] || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  if [[ $(id -u) -ne 0 ]]; then
-    echo "Missing Debian packages: ${missing[*]}" >&2
-    echo "Install them as root: apt-get install ${missing[*]}" >&2
-    exit 1
-  fi
-  echo "Installing missing Debian packages: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${missing[@]}"
-fi
+ensure_debian_packages "${packages[@]}"
 
 build=${OMBRIX_WINDOWS_BUILD:-build-windows}
 jobs=$(nproc 2>/dev/null || echo 2)

@@ -47,6 +47,10 @@ std::filesystem::path ModuleFileOf(const void* address) {
   return std::filesystem::path(fileName);
 }
 
+bool IsLoaded(const std::filesystem::path& path) {
+  return GetModuleHandleW(path.c_str()) != nullptr;
+}
+
 #else
 
 Handle Load(const std::filesystem::path& absolutePath) {
@@ -70,6 +74,15 @@ std::filesystem::path ModuleFileOf(const void* address) {
   Dl_info info{};
   if (dladdr(address, &info) == 0 || info.dli_fname == nullptr) return std::filesystem::path();
   return std::filesystem::path(info.dli_fname);
+}
+
+bool IsLoaded(const std::filesystem::path& path) {
+  // RTLD_NOLOAD hands out a handle only to a library already mapped; that handle holds one more
+  // reference, given back at once.
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (handle == nullptr) return false;
+  dlclose(handle);
+  return true;
 }
 
 #endif

@@ -1,7 +1,8 @@
 // The operating system's dynamic-library calls behind the plug-in factories: load a library by
 // absolute path, resolve an exported entry by its narrow name, free the library, name the module
-// that holds an address. LoadLibraryW, GetProcAddress, FreeLibrary and GetModuleFileNameW on
-// Windows; dlopen, dlsym, dlclose and dladdr elsewhere.
+// that holds an address, tell whether a library is loaded. LoadLibraryW, GetProcAddress,
+// FreeLibrary, GetModuleFileNameW and GetModuleHandleW on Windows; dlopen, dlsym, dlclose and
+// dladdr elsewhere.
 #pragma once
 
 #include <cstddef>
@@ -28,6 +29,11 @@ void Free(Handle library);
 // The file of the loaded module (library or program) that holds the address, as the loader was
 // given it; empty when no module holds it.
 std::filesystem::path ModuleFileOf(const void* address);
+
+// Whether the library at path is mapped into the process right now, asked of the system itself
+// without loading it (GetModuleHandleW; dlopen with RTLD_NOLOAD), so that owners can be checked
+// for having unloaded it.
+bool IsLoaded(const std::filesystem::path& path);
 
 // Number of Free calls made by this process, so that owners can be checked for releasing
 // exactly what they loaded.

@@ -104,16 +104,20 @@ static_assert(sizeof(DetectedObject) == 80, "DetectedObject is 80 bytes on 64-bi
 // entry further; the declaration order keeps both layouts consistent with their own compilers.
 // Operations the host never calls are kept as reserved entries that do nothing, so that the
 // numbering holds; implementations need not define them.
+//
+// A reserved entry is named after its slot (Reserved09 is slot 9), and a run of them is declared
+// in one line, so that the numbers can be read against the slot comments at a glance.
+#define OMBRIX_RESERVED_SLOT(n) \
+  virtual void Reserved##n() {}
+#define OMBRIX_RESERVED_SLOTS_2(a, b) OMBRIX_RESERVED_SLOT(a) OMBRIX_RESERVED_SLOT(b)
+#define OMBRIX_RESERVED_SLOTS_6(a, b, c, d, e, f) \
+  OMBRIX_RESERVED_SLOTS_2(a, b) OMBRIX_RESERVED_SLOTS_2(c, d) OMBRIX_RESERVED_SLOTS_2(e, f)
+
 class IOmbrixProcessing {
  public:
   virtual ~IOmbrixProcessing() = default;  // slot 0
 
-  virtual void Reserved01() {}  // slot 1
-  virtual void Reserved02() {}  // slot 2
-  virtual void Reserved03() {}  // slot 3
-  virtual void Reserved04() {}  // slot 4
-  virtual void Reserved05() {}  // slot 5
-  virtual void Reserved06() {}  // slot 6
+  OMBRIX_RESERVED_SLOTS_6(01, 02, 03, 04, 05, 06)  // slots 1 to 6
 
   // Slot 7: the long and short dark references; the third path is kept for a bias frame and
   // is passed empty. False means the references are unusable.
@@ -125,8 +129,7 @@ class IOmbrixProcessing {
   virtual bool SetDarkFrames(const cv::Mat& longDark150, const cv::Mat& shortDark1,
                              const cv::Mat& badPixels) = 0;
 
-  virtual void Reserved09() {}  // slot 9
-  virtual void Reserved10() {}  // slot 10
+  OMBRIX_RESERVED_SLOTS_2(09, 10)  // slots 9 and 10
 
   // Slot 11: correction factor of the light source from the minimum of the processed frames.
   virtual float ComputeLightSourceFactor(const cv::Mat& minimumImage) = 0;
@@ -142,8 +145,7 @@ class IOmbrixProcessing {
   // Slot 15: selects the algorithm variant used by the next detection.
   virtual void SetAlgorithmMode(int mode) = 0;
 
-  virtual void Reserved16() {}  // slot 16
-  virtual void Reserved17() {}  // slot 17
+  OMBRIX_RESERVED_SLOTS_2(16, 17)  // slots 16 and 17
 
   // Slot 18: starts a new frame.
   virtual void BeginImage() = 0;
@@ -152,31 +154,30 @@ class IOmbrixProcessing {
   // Slot 20: processed form of the frame last pushed, owned by the caller.
   virtual cv::Mat GetProcessedImage() = 0;
 
-  virtual void Reserved21() {}  // slot 21
-  virtual void Reserved22() {}  // slot 22
-  virtual void Reserved23() {}  // slot 23
-  virtual void Reserved24() {}  // slot 24
-  virtual void Reserved25() {}  // slot 25
-  virtual void Reserved26() {}  // slot 26
+  OMBRIX_RESERVED_SLOTS_6(21, 22, 23, 24, 25, 26)  // slots 21 to 26
 
   // Slot 27: detection parameters; the result says whether they were accepted (the host ignores
   // it).
   virtual bool SetAlgoParameters(const AlgoParameters& parameters) = 0;
 
-  virtual void Reserved28() {}  // slot 28
+  OMBRIX_RESERVED_SLOT(28)  // slot 28
 
   // Slot 29: detects objects in the frame last pushed. The two images receive diagnostic output.
   virtual void DetectObjects(std::vector<DetectedObject>& objects, cv::Mat& labelImage,
                              cv::Mat& overlayImage, int level, bool keepContours) = 0;
 
-  virtual void Reserved30() {}  // slot 30
-  virtual void Reserved31() {}  // slot 31
+  OMBRIX_RESERVED_SLOTS_2(30, 31)  // slots 30 and 31
 
   // Slot 32: pixel-wise minimum of the input images.
   virtual void StackMinimum(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
   // Slot 33: pixel-wise average of the input images (8-bit or 32-bit float stacks).
   virtual void StackAverage(cv::Mat& result, const std::vector<cv::Mat>& images) = 0;
 };
+
+// The reserved-entry macros serve the declaration above only.
+#undef OMBRIX_RESERVED_SLOTS_6
+#undef OMBRIX_RESERVED_SLOTS_2
+#undef OMBRIX_RESERVED_SLOT
 
 // The entry a processing plug-in library exports under the undecorated name "GetInstance"; see
 // PluginTypes.h for the arguments.

@@ -13,55 +13,26 @@
 #include <type_traits>
 #include <vector>
 
-#if defined(_WIN32)
-#include <process.h>
-#else
-#include <unistd.h>
-#endif
-
 #include "DynamicLibrary.h"
 #include "FactoryBase.h"
 #include "FactoryCollection.h"
 #include "IOmbrixProcessing.h"
 #include "Platform.h"
 #include "PluginEvents.h"
+#include "PluginTestFolder.h"
 
 namespace fs = std::filesystem;
 using Events = std::vector<std::string>;
 
 namespace {
 
-long ProcessId() {
-#if defined(_WIN32)
-  return static_cast<long>(_getpid());
-#else
-  return static_cast<long>(getpid());
-#endif
-}
-
 class CTestLogger : public ILogger {};
 
 // Each test works in its own folder holding copies of the test plug-ins under names of its
-// choosing, so that several libraries from one plug-in can be told apart by name, and restores the
-// working directory afterwards.
-class PluginFolder : public ::testing::Test {
+// choosing, so that several libraries from one plug-in can be told apart by name.
+class PluginFolder : public PluginTestFolder {
  protected:
-  void SetUp() override {
-    previous_ = fs::current_path();
-    // The process id keeps concurrent runs from different build trees apart.
-    folder_ = fs::temp_directory_path() /
-              ("ombrix_factory_" + std::to_string(ProcessId()) + "_" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
-    plugin_events::Take();
-  }
-
-  void TearDown() override {
-    fs::current_path(previous_);
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
+  PluginFolder() : PluginTestFolder("ombrix_factory_") {}
 
   // Copies a test plug-in into the test folder as <name> plus the platform's library suffix.
   fs::path Copy(const char* plugin, const std::string& name) {
@@ -70,9 +41,6 @@ class PluginFolder : public ::testing::Test {
     fs::copy_file(source, target, fs::copy_options::overwrite_existing);
     return target;
   }
-
-  fs::path previous_;
-  fs::path folder_;
 };
 
 // IFactoryBase through the processing factory: loading, replacing and making objects.

@@ -266,14 +266,8 @@ TEST(FilterCosmicRay, FastPathEqualsStraightforwardOnRandomImages) {
         const int thresholds[] = {100,   0,      -1,     1,      1000,   32766, 32767,
                                   40000, -32767, -32768, -32769, -70000, 65535};
         const int threshold = caseIndex % 3 == 0 ? thresholds[rng.Int(0, 12)] : rng.Int(-200, 3000);
-        cv::Mat mask;
-        if (caseIndex % 4 == 1) {
-          mask.create(src.rows, src.cols, CV_8UC1);
-          for (int y = 0; y < src.rows; ++y) {
-            for (int x = 0; x < src.cols; ++x)
-              mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 3) * 60);
-          }
-        }
+        const cv::Mat mask =
+            caseIndex % 4 == 1 ? testimages::RandomMask(rng, src.rows, src.cols, 3, 60) : cv::Mat();
         const CFilterCosmicRay filter(radius, threshold);
         const bool same = Equal(Filter(filter, src, mask, false), Filter(filter, src, mask, true));
         EXPECT_TRUE(same) << src.cols << "x" << src.rows << " radius " << radius << " threshold "
@@ -290,14 +284,9 @@ TEST(FilterCosmicRay, ReplacedMapMarksExactlyThePixelsAboveTheirMedianByMoreThan
   const int cases = testimages::ForEachDiscCase(
       rng, 40, 3, 1e6, [&rng](int caseIndex, const cv::Mat& src, int radius) {
         const int threshold = rng.Int(-50, 2000);
-        cv::Mat mask;
-        if (caseIndex % 2 == 1) {
-          mask.create(src.rows, src.cols, CV_8UC1);
-          for (int y = 0; y < src.rows; ++y) {
-            for (int x = 0; x < src.cols; ++x)
-              mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, 1) * 255);
-          }
-        }
+        const cv::Mat mask = caseIndex % 2 == 1
+                                 ? testimages::RandomMask(rng, src.rows, src.cols, 1, 255)
+                                 : cv::Mat();
         const cv::Mat median = oracle::DiscMedian(src, radius);
         cv::Mat dst, replaced;
         CFilterCosmicRay(radius, threshold).Process(src, dst, mask, replaced);

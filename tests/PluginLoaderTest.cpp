@@ -8,70 +8,29 @@
 #include <filesystem>
 #include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
-
-#if defined(_WIN32)
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#include <process.h>
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#include <unistd.h>
-#endif
 
 #include "DynamicLibrary.h"
 #include "FactoryAcquisition.h"
 #include "FactoryBase.h"
 #include "PluginEvents.h"
+#include "PluginTestFolder.h"
 
 namespace fs = std::filesystem;
 using Events = std::vector<std::string>;
 
 namespace {
 
-long ProcessId() {
-#if defined(_WIN32)
-  return static_cast<long>(_getpid());
-#else
-  return static_cast<long>(getpid());
-#endif
-}
-
-// Whether the library at path is mapped into the process right now, asked of the system itself.
-bool IsMapped(const fs::path& path) {
-#if defined(_WIN32)
-  return GetModuleHandleW(path.c_str()) != nullptr;
-#else
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-  if (handle == nullptr) return false;
-  dlclose(handle);
-  return true;
-#endif
-}
-
 // Each test works in a fresh folder of its own holding copies of the test plug-in under names of
-// its choosing, and restores the working directory afterwards.
-class PluginLoader : public ::testing::Test {
+// its choosing.
+class PluginLoader : public PluginTestFolder {
  protected:
+  PluginLoader() : PluginTestFolder("ombrix_loader_") {}
+
   void SetUp() override {
-    previous_ = fs::current_path();
+    PluginTestFolder::SetUp();
     plugin_ = fs::absolute(OMBRIX_TEST_ACQUISITION_PLUGIN);
     ASSERT_TRUE(fs::exists(plugin_)) << plugin_;
-    folder_ = fs::temp_directory_path() /
-              ("ombrix_loader_" + std::to_string(ProcessId()) + "_" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-    fs::remove_all(folder_);
-    fs::create_directories(folder_);
-    plugin_events::Take();
-  }
-
-  void TearDown() override {
-    fs::current_path(previous_);
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
   }
 
   // Copies the test plug-in into the folder as stem plus the platform's library suffix.
@@ -81,7 +40,7 @@ class PluginLoader : public ::testing::Test {
     return target;
   }
 
-  fs::path previous_, plugin_, folder_;
+  fs::path plugin_;
 };
 
 TEST_F(PluginLoader, AbsolutePathLoadsResolvesAndFrees) {
@@ -91,7 +50,7 @@ TEST_F(PluginLoader, AbsolutePathLoadsResolvesAndFrees) {
 
   DynamicLibrary::Handle library = DynamicLibrary::Load(path);
   ASSERT_NE(library, nullptr);
-  EXPECT_TRUE(IsMapped(path));
+  EXPECT_TRUE(DynamicLibrary::IsLoaded(path));
   const DynamicLibrary::Symbol entry = DynamicLibrary::Resolve(library, "GetInstance");
   ASSERT_NE(entry, nullptr);
   EXPECT_EQ(DynamicLibrary::Resolve(library, "getinstance"), nullptr);
@@ -102,7 +61,7 @@ TEST_F(PluginLoader, AbsolutePathLoadsResolvesAndFrees) {
 
   DynamicLibrary::Free(library);
   EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore + 1);
-  EXPECT_FALSE(IsMapped(path));
+  EXPECT_FALSE(DynamicLibrary::IsLoaded(path));
   EXPECT_EQ(plugin_events::Take(), (Events{"Direct load", "Direct unload"}));
 }
 
@@ -132,7 +91,7 @@ TEST_F(PluginLoader, RelativeNameMakesObjectReleasedBeforeUnload) {
     object.reset();
   }
   EXPECT_EQ(DynamicLibrary::FreeCount(), freesBefore + 1);
-  EXPECT_FALSE(IsMapped(folder_ / name));
+  EXPECT_FALSE(DynamicLibrary::IsLoaded(folder_ / name));
   EXPECT_EQ(plugin_events::Take(),
             (Events{"Acquisition load", "Acquisition create variant=0 logger=no",
                     "Acquisition destroy", "Acquisition unload"}));

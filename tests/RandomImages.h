@@ -57,6 +57,17 @@ inline cv::Mat RandomImage(datagen::Random& rng, int rows, int cols, Values mode
   return image;
 }
 
+// A random 8-bit mask of rows x cols: every value is step times a draw from 0..maxLevel, so that
+// 0 (pixel left out) and several non-zero values (pixel selected) all occur.
+inline cv::Mat RandomMask(datagen::Random& rng, int rows, int cols, int maxLevel, int step) {
+  cv::Mat mask(rows, cols, CV_8UC1);
+  for (int y = 0; y < rows; ++y) {
+    for (int x = 0; x < cols; ++x)
+      mask.at<unsigned char>(y, x) = static_cast<unsigned char>(rng.Int(0, maxLevel) * step);
+  }
+  return mask;
+}
+
 // One random case of a disc filter's identity test: half the sides at most 40, so that discs cut
 // on several sides are common; a radius in minRadius..40; the value model cycling with caseIndex;
 // every fifth source a region of a larger image, so its rows are further apart than its width.

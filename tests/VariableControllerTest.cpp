@@ -28,6 +28,14 @@ void SetLevels(Controller& controller, float tolerance) {
   controller.Limit = -22.0f;
 }
 
+// Target -25 with the given tolerance and a first reading of 0 in the history, so that the next
+// reading is judged against the levels.
+void StartAtZero(Controller& controller, float tolerance) {
+  SetLevels(controller, tolerance);
+  bool error = false;
+  controller.Insert(0.0f, error);
+}
+
 // Levels -21 (upper) and -24 (lower); regulation time of one minute, started now or two minutes
 // ago, with one reading already in the history.
 void Prepare(Controller& controller, bool timedOut) {
@@ -144,11 +152,10 @@ TEST(VariableController, ValueOnLowerLevelCountsAsReached) {
 TEST(VariableController, LevelsAreSinglePrecisionSums) {
   // 0.3f + -25.0f rounds to -24.7000008f; the double sum would be -24.6999999881.
   Controller controller(10);
-  SetLevels(controller, 0.3f);
-  bool error = false;
-  controller.Insert(0.0f, error);
+  StartAtZero(controller, 0.3f);
   const float level = 0.3f + -25.0f;
   ASSERT_LT(static_cast<double>(level), 0.3 + -25.0);
+  bool error = false;
   EXPECT_TRUE(controller.Insert(level, error));
   // Between the float level and the double one: still above the float level.
   EXPECT_FALSE(controller.Insert(std::nextafter(level, 0.0f), error));
@@ -159,11 +166,10 @@ TEST(VariableController, LowerLevelRoundedUpInSinglePrecisionIsReached) {
   // (-24.8999999985): a reading equal to the float level has reached the target, while against
   // the wider sum it would lie between the levels.
   Controller controller(10);
-  SetLevels(controller, 0.1f);
-  bool error = false;
-  controller.Insert(0.0f, error);
+  StartAtZero(controller, 0.1f);
   const float level = 0.1f + -25.0f;
   ASSERT_GT(static_cast<double>(level), static_cast<double>(0.1f) + -25.0);
+  bool error = false;
   EXPECT_TRUE(controller.Insert(level, error));
   EXPECT_FALSE(error);
 }

@@ -23,7 +23,7 @@ from __future__ import annotations
 import os
 import sys
 from dataclasses import dataclass, field
-from typing import Any, Dict, List, Optional, Sequence, Tuple, Union
+from typing import Any, Callable, Dict, List, Optional, Sequence, Tuple, Union
 
 import numpy as np
 
@@ -309,6 +309,25 @@ def _default_plugin_path() -> str:
     return os.path.join(here, "OmbrixProcessing" + suffix)
 
 
+def _sequence_measurement(name: str, doc: str) -> Callable[..., float]:
+    """The method ``name`` of :class:`ProcessingPlugin`: the plug-in's measurements of a frame
+    sequence (the dark-chamber count, the light-source factor) take the same inputs."""
+
+    def measure(
+        self: ProcessingPlugin,
+        long_dark: ArrayLike,
+        short_dark: ArrayLike,
+        frames: Frames,
+        bad_pixels: Optional[ArrayLike] = None,
+    ) -> float:
+        return getattr(self._handle, name)(long_dark, short_dark, frames, bad_pixels)
+
+    measure.__name__ = name
+    measure.__qualname__ = "ProcessingPlugin." + name
+    measure.__doc__ = doc
+    return measure
+
+
 class ProcessingPlugin:
     """The processing plug-in library ``OmbrixProcessing``, loaded through the plug-in factory.
 
@@ -325,31 +344,21 @@ class ProcessingPlugin:
     def module_path(self) -> str:
         return self._handle.module_path
 
-    def dark_chamber_defects(
-        self,
-        long_dark: ArrayLike,
-        short_dark: ArrayLike,
-        frames: Frames,
-        bad_pixels: Optional[ArrayLike] = None,
-    ) -> float:
+    dark_chamber_defects = _sequence_measurement(
+        "dark_chamber_defects",
         """Number of dark-chamber defects in the minimum of the processed frames (0 or less:
-        clean), or -1.0 when the darks are refused or there is no frame."""
-        return self._handle.dark_chamber_defects(long_dark, short_dark, frames, bad_pixels)
+        clean), or -1.0 when the darks are refused or there is no frame.""",
+    )
 
     def defect_map(self) -> np.ndarray:
         """The ``uint8`` map (255 on defects) of the last :meth:`dark_chamber_defects`."""
         return self._handle.defect_map()
 
-    def light_source_factor(
-        self,
-        long_dark: ArrayLike,
-        short_dark: ArrayLike,
-        frames: Frames,
-        bad_pixels: Optional[ArrayLike] = None,
-    ) -> float:
+    light_source_factor = _sequence_measurement(
+        "light_source_factor",
         """Correction factor of a light source from the minimum of the processed frames, or -1.0
-        when the darks are refused or there is no frame."""
-        return self._handle.light_source_factor(long_dark, short_dark, frames, bad_pixels)
+        when the darks are refused or there is no frame.""",
+    )
 
     def detect_spots(
         self,

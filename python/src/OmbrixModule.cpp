@@ -113,6 +113,30 @@ scenarios::DarkFrames ReadDarks(const InputImage& longDark, const InputImage& sh
   return scenarios::DarkFrames{longDark.mat, shortDark.mat, badPixels.mat};
 }
 
+// The plug-in's measurements of a frame sequence: the dark-chamber count and the light-source
+// factor, which take the same inputs.
+using SequenceMeasure = float (ProcessingPluginHandle::*)(const scenarios::DarkFrames&,
+                                                          const std::vector<cv::Mat>&);
+
+// Adds the measurement as method name(long_dark, short_dark, frames, bad_pixels=None).
+void DefSequenceMeasurement(py::class_<ProcessingPluginHandle>& handle, const char* name,
+                            SequenceMeasure measure) {
+  handle.def(
+      name,
+      [measure](ProcessingPluginHandle& self, const py::object& longDark,
+                const py::object& shortDark, const py::object& frames,
+                const py::object& badPixels) {
+        const InputImage d150 = ReadImage(longDark, "long_dark", Channels::kOne);
+        const InputImage d1 = ReadImage(shortDark, "short_dark", Channels::kOne);
+        const InputImage bad = ReadOptionalImage(badPixels, "bad_pixels", Channels::kOne);
+        const ombrix_python::InputFrames raw = ombrix_python::ReadFrames(frames, "frames");
+        py::gil_scoped_release release;
+        return (self.*measure)(ReadDarks(d150, d1, bad), raw.frames);
+      },
+      py::arg("long_dark"), py::arg("short_dark"), py::arg("frames"),
+      py::arg("bad_pixels") = py::none());
+}
+
 AlgoParameters ParametersFrom(const py::dict& values) {
   AlgoParameters p = ValidationAlgoParameters(true);
   p.cosmicRayRadius = values["cosmic_ray_radius"].cast<std::int32_t>();
@@ -375,35 +399,13 @@ PYBIND11_MODULE(_ombrix, m) {
       [](bool nominalMode) { return ParametersDict(ValidationAlgoParameters(nominalMode)); },
       py::arg("nominal_mode") = true);
 
-  py::class_<ProcessingPluginHandle>(m, "ProcessingPluginHandle")
-      .def(py::init<const std::string&>(), py::arg("module_path"))
-      .def_property_readonly("module_path", &ProcessingPluginHandle::ModulePath)
-      .def(
-          "dark_chamber_defects",
-          [](ProcessingPluginHandle& self, const py::object& longDark, const py::object& shortDark,
-             const py::object& frames, const py::object& badPixels) {
-            const InputImage d150 = ReadImage(longDark, "long_dark", Channels::kOne);
-            const InputImage d1 = ReadImage(shortDark, "short_dark", Channels::kOne);
-            const InputImage bad = ReadOptionalImage(badPixels, "bad_pixels", Channels::kOne);
-            const ombrix_python::InputFrames raw = ombrix_python::ReadFrames(frames, "frames");
-            py::gil_scoped_release release;
-            return self.DarkChamberDefects(ReadDarks(d150, d1, bad), raw.frames);
-          },
-          py::arg("long_dark"), py::arg("short_dark"), py::arg("frames"),
-          py::arg("bad_pixels") = py::none())
-      .def(
-          "light_source_factor",
-          [](ProcessingPluginHandle& self, const py::object& longDark, const py::object& shortDark,
-             const py::object& frames, const py::object& badPixels) {
-            const InputImage d150 = ReadImage(longDark, "long_dark", Channels::kOne);
-            const InputImage d1 = ReadImage(shortDark, "short_dark", Channels::kOne);
-            const InputImage bad = ReadOptionalImage(badPixels, "bad_pixels", Channels::kOne);
-            const ombrix_python::InputFrames raw = ombrix_python::ReadFrames(frames, "frames");
-            py::gil_scoped_release release;
-            return self.LightSourceFactor(ReadDarks(d150, d1, bad), raw.frames);
-          },
-          py::arg("long_dark"), py::arg("short_dark"), py::arg("frames"),
-          py::arg("bad_pixels") = py::none())
+  py::class_<ProcessingPluginHandle> handle(m, "ProcessingPluginHandle");
+  handle.def(py::init<const std::string&>(), py::arg("module_path"))
+      .def_property_readonly("module_path", &ProcessingPluginHandle::ModulePath);
+  DefSequenceMeasurement(handle, "dark_chamber_defects",
+                         &ProcessingPluginHandle::DarkChamberDefects);
+  DefSequenceMeasurement(handle, "light_source_factor", &ProcessingPluginHandle::LightSourceFactor);
+  handle
       .def(
           "detect_spots",
           [](ProcessingPluginHandle& self, const py::object& image, const py::object& longDark,

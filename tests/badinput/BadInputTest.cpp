@@ -239,36 +239,44 @@ Expected FilterRule(const cv::Mat& m) {
   return Result();
 }
 
+// --- Operations whose outcome is the image they write ---
+
+using Writer = std::function<void(const cv::Mat& src, cv::Mat& dst)>;
+
+Operation IntoImage(Writer write) {
+  return [write](const cv::Mat& m) {
+    cv::Mat dst;
+    write(m, dst);
+    return ImageResult(dst);
+  };
+}
+
+Operation MedianBlur(int radius) {
+  return IntoImage(
+      [radius](const cv::Mat& m, cv::Mat& dst) { CFilterCosmicRay::MedianBlur(m, dst, radius); });
+}
+
+// Threshold 100; an empty mask selects every pixel.
+Operation CosmicRay(int radius, const cv::Mat& mask) {
+  return IntoImage([radius, mask](const cv::Mat& m, cv::Mat& dst) {
+    CFilterCosmicRay(radius, 100).Process(m, dst, mask);
+  });
+}
+
+// The filter is made inside the operation: a sigma it refuses is part of the outcome.
+Operation Gaussian(int sigma, bool separable) {
+  return IntoImage([sigma, separable](const cv::Mat& m, cv::Mat& dst) {
+    CGaussianBlur(sigma).Apply(m, dst, separable);
+  });
+}
+
 std::vector<Row> Table() {
   std::vector<Row> rows;
-  rows.push_back({"MedianBlur r3",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay::MedianBlur(m, dst, 3);
-                    return ImageResult(dst);
-                  },
-                  MedianRule});
-  rows.push_back({"MedianBlur r2^30",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay::MedianBlur(m, dst, 1 << 30);
-                    return ImageResult(dst);
-                  },
-                  MedianRule});
-  rows.push_back({"MedianBlur r0",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay::MedianBlur(m, dst, 0);
-                    return ImageResult(dst);
-                  },
+  rows.push_back({"MedianBlur r3", MedianBlur(3), MedianRule});
+  rows.push_back({"MedianBlur r2^30", MedianBlur(1 << 30), MedianRule});
+  rows.push_back({"MedianBlur r0", MedianBlur(0),
                   [](const cv::Mat&) { return Named(cv::Error::StsBadArg, kMedianBlur); }});
-  rows.push_back({"CosmicRay r10",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay(10, 100).Process(m, dst, cv::Mat());
-                    return ImageResult(dst);
-                  },
-                  MedianRule});
+  rows.push_back({"CosmicRay r10", CosmicRay(10, cv::Mat()), MedianRule});
   rows.push_back({"CosmicRay r10 in place",
                   [](const cv::Mat& m) {
                     // Source and destination are one matrix header's data.
@@ -281,48 +289,21 @@ std::vector<Row> Table() {
                     return ImageResult(inOut);
                   },
                   MedianRule});
-  rows.push_back({"CosmicRay r1",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay(1, 100).Process(m, dst, cv::Mat());
-                    return ImageResult(dst);
-                  },
-                  SquareMedianRule});
+  rows.push_back({"CosmicRay r1", CosmicRay(1, cv::Mat()), SquareMedianRule});
   rows.push_back({"CosmicRay r3 mask of another size",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CFilterCosmicRay(3, 100).Process(m, dst, cv::Mat(5, 7, CV_8UC1, cv::Scalar(1)));
-                    return ImageResult(dst);
-                  },
-                  [](const cv::Mat& m) {
+                  CosmicRay(3, cv::Mat(5, 7, CV_8UC1, cv::Scalar(1))), [](const cv::Mat& m) {
                     const Expected median = MedianRule(m);
                     return median.kind == Kind::Result ? FromOpenCv() : median;
                   }});
+  const int maskSizes[] = {2, 2, 2};
   rows.push_back({"CosmicRay r3 3-D mask",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    const int sizes[] = {2, 2, 2};
-                    CFilterCosmicRay(3, 100).Process(m, dst,
-                                                     cv::Mat(3, sizes, CV_8UC1, cv::Scalar(1)));
-                    return ImageResult(dst);
-                  },
+                  CosmicRay(3, cv::Mat(3, maskSizes, CV_8UC1, cv::Scalar(1))),
                   [](const cv::Mat& m) {
                     const Expected median = MedianRule(m);
                     return median.kind == Kind::Result ? FromOpenCv() : median;
                   }});
-  rows.push_back({"Gaussian separable",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CGaussianBlur(2).Apply(m, dst, true);
-                    return ImageResult(dst);
-                  },
-                  FilterRule});
-  rows.push_back({"Gaussian 2-D huge sigma",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
-                    CGaussianBlur(std::numeric_limits<int>::max()).Apply(m, dst, false);
-                    return ImageResult(dst);
-                  },
+  rows.push_back({"Gaussian separable", Gaussian(2, true), FilterRule});
+  rows.push_back({"Gaussian 2-D huge sigma", Gaussian(std::numeric_limits<int>::max(), false),
                   // The non-separable engine takes 8S and 32S too.
                   [](const cv::Mat& m) {
                     if (!HasPixels(m) || !IsTwoD(m)) return FromOpenCv();
@@ -440,12 +421,9 @@ std::vector<Row> Table() {
          }
          return Result();
        }});
-  rows.push_back({"StackAverage",
-                  [](const cv::Mat& m) {
-                    cv::Mat dst;
+  rows.push_back({"StackAverage", IntoImage([](const cv::Mat& m, cv::Mat& dst) {
                     CStackStatistics::Average({m, m, m}, dst);
-                    return ImageResult(dst);
-                  },
+                  }),
                   [](const cv::Mat& m) {
                     if (!HasPixels(m) || !IsTwoD(m)) return FromOpenCv();
                     return Result();

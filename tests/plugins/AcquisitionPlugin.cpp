@@ -2,20 +2,15 @@
 // platform (the Windows cross build included): its "GetInstance" makes an object that records its
 // creation, with the arguments it was given, and its destruction.
 #include <memory>
-#include <string>
 
 #include "ModuleLifetime.h"
 #include "PluginTypes.h"
 
 namespace {
 
-class CRecordingAcquisition : public IOmbrixAcquisition {
+class CRecordingAcquisition : public IOmbrixAcquisition, private ObjectLifetime {
  public:
-  CRecordingAcquisition(int variant, bool hasLogger) {
-    RecordModuleEvent("create variant=" + std::to_string(variant) +
-                      " logger=" + (hasLogger ? "yes" : "no"));
-  }
-  ~CRecordingAcquisition() override { RecordModuleEvent("destroy"); }
+  CRecordingAcquisition(int variant, bool hasLogger) : ObjectLifetime(variant, hasLogger) {}
 };
 
 }  // namespace

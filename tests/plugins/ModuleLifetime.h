@@ -1,5 +1,6 @@
 // Included once by each test plug-in: names the module after its file (so that copies of one
-// plug-in loaded from different files tell apart) and records "<name> load" and "<name> unload".
+// plug-in loaded from different files tell apart) and records "<name> load" and "<name> unload";
+// ObjectLifetime records the creation and destruction of the objects the plug-in makes.
 #pragma once
 
 #include <filesystem>
@@ -29,5 +30,19 @@ struct ModuleLifetime {
 };
 
 const ModuleLifetime g_moduleLifetime;
+
+// The arguments "GetInstance" was given, as the events spell them.
+inline std::string InstanceArguments(int variant, bool hasLogger) {
+  return "variant=" + std::to_string(variant) + " logger=" + (hasLogger ? "yes" : "no");
+}
+
+// A base of each object a test plug-in makes: records "<name> create <arguments>" when the
+// object is made and "<name> destroy" when it goes.
+struct ObjectLifetime {
+  ObjectLifetime(int variant, bool hasLogger) {
+    RecordModuleEvent("create " + InstanceArguments(variant, hasLogger));
+  }
+  ~ObjectLifetime() { RecordModuleEvent("destroy"); }
+};
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 extern "C" OMBRIX_PLUGIN_API IOmbrixProcessing* GetInstance(int variant,
                                                             std::shared_ptr<ILogger> logger) {
-  RecordModuleEvent("null-instance variant=" + std::to_string(variant) +
-                    " logger=" + (logger != nullptr ? "yes" : "no"));
+  RecordModuleEvent("null-instance " + InstanceArguments(variant, logger != nullptr));
   return nullptr;
 }

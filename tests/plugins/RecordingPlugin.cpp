@@ -13,13 +13,9 @@ std::string Describe(const cv::Mat& image) {
                        : std::to_string(image.rows) + "x" + std::to_string(image.cols);
 }
 
-class CRecordingProcessing : public IOmbrixProcessing {
+class CRecordingProcessing : public IOmbrixProcessing, private ObjectLifetime {
  public:
-  CRecordingProcessing(int variant, bool hasLogger) {
-    RecordModuleEvent("create variant=" + std::to_string(variant) +
-                      " logger=" + (hasLogger ? "yes" : "no"));
-  }
-  ~CRecordingProcessing() override { RecordModuleEvent("destroy"); }
+  CRecordingProcessing(int variant, bool hasLogger) : ObjectLifetime(variant, hasLogger) {}
 
   bool LoadDarkFrames(const std::string& longDark, const std::string& shortDark,
                       const std::string& bias) override {
