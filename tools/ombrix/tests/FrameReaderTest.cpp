@@ -4,6 +4,8 @@
 // Sha256OfFile on the same files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <fstream>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -27,7 +29,7 @@ namespace fs = std::filesystem;
 // small for the next file, in 16 and 8 bits, one of them larger than a read chunk (1 MiB).
 std::vector<std::string> WriteFrames(const fs::path& folder) {
   const cv::Size sizes[] = {{64, 48}, {200, 150},  {31, 17},  {200, 150},
-                            {1, 1},   {1100, 600}, {129, 65}, {64, 48}};
+                            {1, 1},   {1600, 900}, {129, 65}, {64, 48}};
   datagen::Random random(77);
   std::vector<std::string> files;
   int k = 0;
@@ -111,6 +113,9 @@ INSTANTIATE_TEST_SUITE_P(Ahead, FrameReaderAhead, testing::Values(1, 2, 3, 16));
 TEST(FrameReaderBuffer, ReusedBufferGivesEachFileItsOwnImageAndDigest) {
   const fs::path folder = Scratch("FrameReaderBuffer_Reused");
   const std::vector<std::string> files = WriteFrames(folder);
+  std::uintmax_t largest = 0;
+  for (const std::string& file : files) largest = std::max(largest, fs::file_size(file));
+  ASSERT_GT(largest, std::uintmax_t(1) << 20) << "no file spans two read chunks";
   std::vector<char> bytes;
   for (const std::string& file : files) {
     std::string sha256 = "unchanged";
