@@ -11,11 +11,11 @@ namespace ombrix_tool {
 
 namespace {
 
-// One frame in flight. Its byte buffer keeps its capacity from file to file: a fresh 8 MiB
-// buffer per frame costs page faults and zero-filling comparable to the decoding itself.
+// One file in flight. Its byte buffer keeps its capacity from file to file: a fresh 8 MiB
+// buffer per frame costs page faults and zero-filling comparable to the decoding itself. The
+// decoded image is new for every file, so a frame the consumer keeps is never overwritten.
 struct Slot {
   std::vector<char> bytes;
-  cv::Mat image;
   std::string sha256;
 };
 
@@ -30,7 +30,7 @@ void FrameReader::ForEach(
   std::vector<Slot> slots(ahead_ + 1);
   std::vector<Slot*> idle;
   for (Slot& slot : slots) idle.push_back(&slot);
-  std::deque<std::pair<std::future<void>, Slot*>> pending;
+  std::deque<std::pair<std::future<cv::Mat>, Slot*>> pending;
   std::size_t next = 0;
   auto launch = [&]() {
     Slot* slot = idle.back();
@@ -39,19 +39,17 @@ void FrameReader::ForEach(
     const bool hash = hash_;
     pending.emplace_back(std::async(std::launch::async,
                                     [slot, path, hash]() {
-                                      slot->image = ReadImageBuffered(
-                                          *path, slot->bytes, hash ? &slot->sha256 : nullptr);
+                                      return ReadImageBuffered(*path, slot->bytes,
+                                                               hash ? &slot->sha256 : nullptr);
                                     }),
                          slot);
   };
   try {
     for (std::size_t index = 0; index < files_.size(); ++index) {
       while (next < files_.size() && !idle.empty()) launch();
-      std::pair<std::future<void>, Slot*> frame = std::move(pending.front());
+      std::pair<std::future<cv::Mat>, Slot*> frame = std::move(pending.front());
       pending.pop_front();
-      frame.first.get();
-      consume(index, frame.second->image, frame.second->sha256);
-      frame.second->image.release();  // the consumer keeps its own reference if it needs one
+      consume(index, frame.first.get(), frame.second->sha256);
       idle.push_back(frame.second);
     }
   } catch (...) {
